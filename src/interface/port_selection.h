@@ -1,0 +1,15 @@
+// Which serial port the next mount opens.
+#pragma once
+
+#include <cstdint>
+
+namespace scopemount {
+
+inline constexpr int32_t DEFAULT_PORT_NUMBER = 2;
+inline constexpr int32_t MAX_PORT_NUMBER = 255;
+
+// Read once by a hardware mount's serial port when it is created.
+int32_t PortNumber();
+void SetPortNumber(int32_t port);
+
+}  // namespace scopemount

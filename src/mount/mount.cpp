@@ -1,0 +1,398 @@
+#include "mount/mount.h"
+
+#include <cmath>
+#include <initializer_list>
+
+#include "mount/alignment_record.h"
+
+namespace scopemount {
+
+namespace {
+
+bool AllFinite(std::initializer_list<double> values) {
+  for (double v : values) {
+    if (!std::isfinite(v)) return false;
+  }
+  return true;
+}
+
+// Axis-angle correction of the cone and non-perpendicularity terms at a
+// given axis-1 angle; one cosine and one tangent.
+double AxisZeroTermOffset(const PointingSnapshot& model, double axis1) {
+  return model.coneError / std::cos(axis1) + model.nonPerpError * std::tan(axis1);
+}
+
+}  // namespace
+
+Mount::Mount() { Mount::ResetTransform(); }
+
+Mount::~Mount() { WaitForWorkerIdle(); }
+
+// ---------------------------------------------------------------------------
+// Conversions
+
+int32_t Mount::SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTerms) {
+  sky->lon = NormalizeAngle(sky->lon);
+  const PointingSnapshot model = pointing.Load();
+  *axes = TransformDirection(model.skyToAxes, *sky);
+  if (applyTerms != 0) {
+    // The axis-0 terms use the axis-1 angle before the index error is removed.
+    axes->lon -= AxisZeroTermOffset(model, axes->lat);
+    axes->lat -= model.indexError;
+  }
+  return Ok;
+}
+
+int32_t Mount::AxesToSky(AnglePair* axes, AnglePair* sky, int applyTerms) {
+  const PointingSnapshot model = pointing.Load();
+  if (applyTerms != 0) {
+    axes->lat += model.indexError;
+    axes->lon += AxisZeroTermOffset(model, axes->lat);
+  }
+  *sky = TransformDirection(model.axesToSky, *axes);
+  return Ok;
+}
+
+// ---------------------------------------------------------------------------
+// Geometry hooks: the geometry layers override these.
+
+int32_t Mount::RateAlignmentStar(const AnglePair& star) {
+  const double altitude = ComputeAltitude(star);
+  // NaN fails every comparison below, so test it first: it is no star.
+  if (!std::isfinite(altitude)) return 0;
+  if (altitude < altitudeLowerLimit || altitude < MIN_ALIGNMENT_STAR_ALTITUDE ||
+      altitude > altitudeUpperLimit) {
+    return 0;
+  }
+  return BEST_STAR_SCORE;
+}
+
+void Mount::ResetTransform() {}
+
+double Mount::GetAxisMisalignment() { return 0.0; }
+
+// ---------------------------------------------------------------------------
+// Hardware operations: the protocol layers and simulators override these.
+
+int32_t Mount::ReadAxisPosition(uint32_t) { return NotImplemented; }
+int32_t Mount::ReadAxisStatus(uint32_t) { return NotImplemented; }
+int32_t Mount::PrepareSlew() { return Ok; }
+int32_t Mount::PrepareAxisRate(uint32_t, double) { return Ok; }
+int32_t Mount::OpenMount() { return Ok; }
+int32_t Mount::SetAxisRate(uint32_t, double) { return NotImplemented; }
+int32_t Mount::SlewAxisTo(uint32_t, double) { return NotImplemented; }
+int32_t Mount::StopAxisMotor(uint32_t) { return NotImplemented; }
+
+int32_t Mount::SetAxisPosition(uint32_t axis, double angle) {
+  if (!IsValidAxis(axis)) return InvalidParameter;
+  axisPosition[axis] = angle;
+  return Ok;
+}
+
+int32_t Mount::SlewAxesTo(double angle0, double angle1) {
+  const int32_t r = SlewAxisTo(0, angle0);
+  if (r != Ok) return r;
+  return SlewAxisTo(1, angle1);
+}
+
+// ---------------------------------------------------------------------------
+// Site, alignment and the saved record
+
+int32_t Mount::SetSite(double newLatitude, double newElevation) {
+  if (!(newLatitude >= -HALF_PI && newLatitude <= HALF_PI)) return InvalidParameter;
+  latitude = newLatitude;
+  // An equatorial mount turns the other way under a southern sky.
+  if (isEquatorial == 1) {
+    const double rate = trackingRate;
+    if ((newLatitude < 0.0 && rate > 0.0) || (newLatitude >= 0.0 && rate < 0.0)) {
+      trackingRate = -rate;
+    }
+  }
+  if (!(newElevation >= MIN_ELEVATION && newElevation <= MAX_ELEVATION)) return InvalidParameter;
+  elevation = newElevation;
+  if (aligned == 0) ResetTransform();
+  return Ok;
+}
+
+int32_t Mount::ResetAlignment(double coneError, double nonPerpError) {
+  if (!AllFinite({coneError, nonPerpError})) return InvalidParameter;
+  ResetTransform();
+  pointing.Update([&](PointingSnapshot& model) {
+    model.indexError = 0.0;
+    model.coneError = coneError;
+    model.nonPerpError = nonPerpError;
+  });
+  misalignment = 0.0;
+  aligned = 0;
+  return Ok;
+}
+
+int32_t Mount::RateFirstStar(AnglePair star1) { return RateAlignmentStar(star1); }
+
+int32_t Mount::RateSecondStar(AnglePair, AnglePair star2, int32_t) {
+  return RateAlignmentStar(star2);
+}
+
+int32_t Mount::RateThirdStar(AnglePair, AnglePair, AnglePair star3) {
+  return RateAlignmentStar(star3);
+}
+
+// The alignment fits are not part of this build yet.
+int32_t Mount::AlignOneStar(AnglePair, AnglePair) { return NotImplemented; }
+int32_t Mount::AlignTwoStars(StarObservation, StarObservation) { return NotImplemented; }
+int32_t Mount::AlignThreeStars(StarObservation, StarObservation, StarObservation) {
+  return NotImplemented;
+}
+
+int32_t Mount::GetAlignmentData(uint8_t* record) {
+  AlignmentRecordFields fields;
+  fields.modelId = modelId;
+  fields.pointing = pointing.Load();
+  fields.misalignment = misalignment;
+  fields.alignmentQuality = alignmentQuality;
+  fields.aligned = aligned;
+  EncodeAlignmentRecord(fields, record);
+  return static_cast<int32_t>(ALIGNMENT_RECORD_SIZE);
+}
+
+int32_t Mount::SetAlignmentData(const uint8_t* record) {
+  AlignmentRecordFields fields;
+  if (!DecodeAlignmentRecord(record, modelId, &fields)) return InvalidAlignmentData;
+  pointing.Store(fields.pointing);
+  misalignment = fields.misalignment;
+  alignmentQuality = fields.alignmentQuality;
+  aligned = fields.aligned;
+  return Ok;
+}
+
+// ---------------------------------------------------------------------------
+// Motion and tracking
+
+int32_t Mount::StartTracking() { return NotImplemented; }
+
+int32_t Mount::StopTracking() {
+  if ((mountState & STATE_TRACKING) != 0) {
+    StopAxisMotor(0);
+    StopAxisMotor(1);
+    ClearTrackingBit();
+  }
+  return Ok;
+}
+
+int32_t Mount::MoveAxis(uint32_t axis, double rate) {
+  if (!IsValidAxis(axis) || !std::isfinite(rate)) return InvalidParameter;
+  if (std::fabs(rate) < MIN_MOVE_RATE) {
+    StopAxis(axis);
+    return Ok;
+  }
+  // Manual motion runs on the axis-motion worker, not part of this build yet.
+  return NotImplemented;
+}
+
+int32_t Mount::StopAxis(uint32_t axis) {
+  if (!IsValidAxis(axis)) return InvalidParameter;
+  axisRunFlag[axis] = 0;
+  workerIdleEvent.Wait(SLEW_TAKE_OVER_WAIT_MS);
+  return StopAxisMotor(axis);
+}
+
+// GOTOs run on the slew workers, not part of this build yet; the checks that
+// come before a worker starts already hold.
+int32_t Mount::GotoEquatorial(AnglePair sky) {
+  if (!AllFinite({sky.lon, sky.lat})) return InvalidParameter;
+  const double altitude = ComputeAltitude(sky);
+  if (altitude > altitudeUpperLimit) return TargetTooHigh;
+  if (altitude < altitudeLowerLimit) return TargetTooLow;
+  return NotImplemented;
+}
+
+int32_t Mount::GotoHorizontal(double azimuth, double altitude) {
+  if (!AllFinite({azimuth, altitude})) return InvalidParameter;
+  if (altitude > altitudeUpperLimit) return TargetTooHigh;
+  if (altitude < altitudeLowerLimit) return TargetTooLow;
+  return NotImplemented;
+}
+
+int32_t Mount::GotoAxes(double, double) { return NotImplemented; }
+
+int32_t Mount::SyncHome() {
+  if (isEquatorial == 1) {
+    const int32_t r = SetAxisPosition(0, -HALF_PI);
+    if (r != Ok) return r;
+    return SetAxisPosition(1, HALF_PI);
+  }
+  const int32_t r = SetAxisPosition(0, 0.0);
+  if (r != Ok) return r;
+  return SetAxisPosition(1, 0.0);
+}
+
+int32_t Mount::SyncAxis(uint32_t axis, double angle) {
+  if (!IsValidAxis(axis) || !std::isfinite(angle)) return InvalidParameter;
+  ReadAxisStatus(axis);
+  if ((axisStatus[axis] & AXIS_STOPPED) == 0) return AxisBusy;
+  const double reduced = NormalizeAngle(angle);
+  axisPosition[axis] = reduced;
+  return SetAxisPosition(axis, reduced);
+}
+
+// ---------------------------------------------------------------------------
+// Settings
+
+int32_t Mount::SetAltitudeLimits(double lower, double upper) {
+  if (upper > HALF_PI) upper = HALF_PI;
+  if (!(upper <= HALF_PI && upper > QUARTER_PI)) return InvalidParameter;
+  altitudeUpperLimit = upper;
+  if (!(lower < QUARTER_PI && lower > MIN_ALTITUDE_LOWER_LIMIT)) return InvalidParameter;
+  altitudeLowerLimit = lower;
+  return Ok;
+}
+
+int32_t Mount::SetBacklash(uint32_t axis, double angle) {
+  if (!IsValidAxis(axis)) return InvalidParameter;
+  if (!(angle >= 0.0 && angle <= MAX_BACKLASH)) return InvalidParameter;
+  backlash[axis] = angle;
+  backlashTime[axis] = static_cast<uint32_t>(1000.0 * angle / backlashRate);
+  return Ok;
+}
+
+int32_t Mount::SetGuideRate(uint32_t axis, double rate) {
+  if (!IsValidAxis(axis)) return InvalidParameter;
+  if (!(rate >= -SIDEREAL_RATE && rate <= SIDEREAL_RATE)) return InvalidParameter;
+  guideRate[axis] = rate;
+  return Ok;
+}
+
+int32_t Mount::SetTracking(uint32_t on) {
+  trackingWanted = on;
+  UpdateMountState();
+  if (on != 0) {
+    StartTracking();
+  } else {
+    StopTracking();
+  }
+  return Ok;
+}
+
+int32_t Mount::SetTrackingRate(int32_t kind) {
+  double rate = SIDEREAL_RATE;
+  if (kind == TRACKING_LUNAR) rate = LUNAR_RATE;
+  if (kind == TRACKING_SOLAR) rate = SOLAR_RATE;
+  if (latitude < 0.0 && isEquatorial == 1) rate = -rate;
+  trackingRate = rate;
+  return Ok;
+}
+
+int32_t Mount::SetExtraMode(int32_t) { return NotImplemented; }
+
+void Mount::SetSlewParameters(double margin, double overshoot, double tolerance,
+                              double leadTime) {
+  if (!AllFinite({margin, overshoot, tolerance, leadTime})) return;
+  approachMargin = margin;
+  approachOvershoot = overshoot;
+  gotoTolerance = tolerance;
+  slewLeadTime = leadTime;
+}
+
+// ---------------------------------------------------------------------------
+// Status
+
+int32_t Mount::GetAxisPosition(uint32_t axis, double* angle) {
+  if (!IsValidAxis(axis) || angle == nullptr) return InvalidParameter;
+  const int32_t r = ReadAxisPosition(axis);
+  *angle = axisPosition[axis];
+  return r;
+}
+
+int32_t Mount::GetSkyPosition(AnglePair* sky) {
+  if (sky == nullptr) return InvalidParameter;
+  ReadAxisPosition(0);
+  ReadAxisPosition(1);
+  AnglePair axes{axisPosition[0], axisPosition[1]};
+  AxesToSky(&axes, sky, 1);
+  return Ok;
+}
+
+int32_t Mount::GetHorizontalPosition(AnglePair* horizontal) {
+  if (horizontal == nullptr) return InvalidParameter;
+  ReadAxisPosition(0);
+  ReadAxisPosition(1);
+  const PointingSnapshot model = pointing.Load();
+  const double a1 = axisPosition[1] + model.indexError;
+  const double a0 = axisPosition[0] + AxisZeroTermOffset(model, a1);
+  const AnglePair sky = TransformDirection(model.axesToSky, {a0, a1});
+  horizontal->lat = ComputeAltitude(sky);
+  horizontal->lon = ComputeAzimuth(sky);
+  return Ok;
+}
+
+int32_t Mount::GetAxisStatus(uint32_t axis, uint32_t* status) {
+  if (!IsValidAxis(axis) || status == nullptr) return InvalidParameter;
+  ReadAxisStatus(axis);
+  *status = axisStatus[axis] & AXIS_STATUS_MASK;
+  return Ok;
+}
+
+int32_t Mount::GetMountStatus(uint32_t* status) {
+  if (status == nullptr) return InvalidParameter;
+  UpdateMountState();
+  *status = mountState & MOUNT_STATE_MASK;
+  return Ok;
+}
+
+// ---------------------------------------------------------------------------
+// Helpers
+
+int32_t Mount::UpdateMountState() {
+  uint32_t s0 = 0;
+  uint32_t s1 = 0;
+  GetAxisStatus(0, &s0);
+  GetAxisStatus(1, &s1);
+  if (slewActive == 1 || ((s0 | s1) & AXIS_SLEWING) != 0) {
+    mountState = STATE_SLEWING;
+    return Ok;
+  }
+  if ((s0 & s1 & AXIS_STOPPED) != 0) {
+    mountState = mountState == STATE_TRACKING ? STATE_TRACKING : STATE_IDLE;
+  } else if (((s0 | s1) & AXIS_RUNNING) != 0) {
+    mountState = (axisRunFlag[0] != 0 || axisRunFlag[1] != 0) ? STATE_MOVING : STATE_TRACKING;
+  }
+  return Ok;
+}
+
+platform::WaitResult Mount::WaitForWorkerIdle() {
+  abortRequest = 1;
+  const platform::WaitResult result = workerIdleEvent.Wait(SLEW_TAKE_OVER_WAIT_MS);
+  abortRequest = 0;
+  return result;
+}
+
+double Mount::ComputeAltitude(const AnglePair& sky) const {
+  const double lat = latitude;
+  return std::asin(std::sin(lat) * std::sin(sky.lat) +
+                   std::cos(lat) * std::cos(sky.lat) * std::cos(sky.lon));
+}
+
+double Mount::ComputeAzimuth(const AnglePair& sky) const {
+  const double lat = latitude;
+  // atan2 gives the azimuth from south, positive toward west; turn it half a
+  // turn to count from north toward east.
+  const double fromSouth = std::atan2(
+      std::sin(sky.lon), std::cos(sky.lon) * std::sin(lat) - std::tan(sky.lat) * std::cos(lat));
+  return fromSouth >= 0.0 ? fromSouth - PI : fromSouth + PI;
+}
+
+AnglePair Mount::HorizontalToEquatorial(const AnglePair& horizontalFromSouth) const {
+  const double lat = latitude;
+  const double sinLat = std::sin(lat);
+  const double cosLat = std::cos(lat);
+  const double az = horizontalFromSouth.lon;
+  const double alt = horizontalFromSouth.lat;
+  const double cosAz = std::cos(az);
+  const double declination = std::asin(sinLat * std::sin(alt) - cosLat * std::cos(alt) * cosAz);
+  const double hourAngle = std::atan2(std::sin(az), cosAz * sinLat + std::tan(alt) * cosLat);
+  return {hourAngle, declination};
+}
+
+void Mount::ClearTrackingBit() { mountState &= ~STATE_TRACKING; }
+
+}  // namespace scopemount

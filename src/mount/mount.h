@@ -1,0 +1,201 @@
+// Mount: the one interface through which the library drives a telescope
+// mount, and the state every driver shares.
+//
+// A concrete mount is one object: a geometry layer (Alt/Az or equatorial)
+// and a hardware layer (a serial protocol or a simulated motor), both
+// deriving virtually from Mount, so the object holds exactly one Mount part.
+// The hardware layer provides the axis operations (read position and status,
+// run at a rate, slew to an angle, stop, load a position); everything else
+// here is built on them and serves every model alike.
+//
+// Threads: the host's thread calls the operations; motion and tracking run
+// on worker threads that hand over through axisRunFlag, abortRequest,
+// slewActive and workerIdleEvent. Every field that two threads touch is an
+// atomic, so there is no data race and no lock on the hot paths.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "celestial/angles.h"
+#include "celestial/matrix3.h"
+#include "mount/mount_error.h"
+#include "mount/pointing_model.h"
+#include "platform/event.h"
+
+namespace scopemount {
+
+// A star as the sky has it and as the mount's axes saw it when centred.
+struct StarObservation {
+  AnglePair sky;   // hour angle, declination
+  AnglePair axes;  // axis 0 angle, axis 1 angle
+};
+
+// Time a new worker (or the destructor) waits for the running one to give up.
+inline constexpr uint32_t SLEW_TAKE_OVER_WAIT_MS = 2000;
+inline constexpr uint32_t AXIS_MOTION_TAKE_OVER_WAIT_MS = 5000;
+
+// Defaults of the shared state.
+inline constexpr double DEFAULT_LATITUDE = 0.5235987755982988;  // 30 degrees
+inline constexpr double DEFAULT_GUIDE_RATE = SIDEREAL_RATE / 2.0;
+inline constexpr double DEFAULT_BACKLASH_RATE = 64.0 * SIDEREAL_RATE;
+inline constexpr double DEFAULT_GOTO_TOLERANCE = 0.0005817764173314432;  // 1/30 degree
+inline constexpr double DEFAULT_ALTITUDE_UPPER_LIMIT = 1.3089969389957472;  // 75 degrees
+inline constexpr double DEFAULT_ALTITUDE_LOWER_LIMIT = 0.0;
+
+// Ranges of the settings.
+inline constexpr double MIN_ELEVATION = -1000.0;
+inline constexpr double MAX_ELEVATION = 8848.0;
+inline constexpr double MAX_BACKLASH = 0.03490658503988659;  // 2 degrees
+inline constexpr double MIN_ALTITUDE_LOWER_LIMIT = -PI / 6.0;
+inline constexpr double MIN_ALIGNMENT_STAR_ALTITUDE = 0.2617993877991494;  // 15 degrees
+// A manual rate this small means "stop".
+inline constexpr double MIN_MOVE_RATE = 1e-6 * SIDEREAL_RATE;
+
+inline constexpr double LUNAR_RATE = TWO_PI / 89460.0;
+inline constexpr double SOLAR_RATE = TWO_PI / 86400.0;
+inline constexpr int32_t TRACKING_LUNAR = 1;
+inline constexpr int32_t TRACKING_SOLAR = 2;
+
+inline constexpr int32_t BEST_STAR_SCORE = 5;
+inline constexpr uint32_t ALIGNED_QUALITY = 100;
+
+class Mount {
+ public:
+  Mount();
+  Mount(const Mount&) = delete;
+  Mount& operator=(const Mount&) = delete;
+  // Asks a running motion worker to give up (waiting at most 2000 ms).
+  virtual ~Mount();
+
+  // --- Conversions between sky positions and axis angles ---------------
+  // The return values carry nothing; callers ignore them. Both write the
+  // reduced or corrected input back into the caller's pair.
+  virtual int32_t SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTerms);
+  virtual int32_t AxesToSky(AnglePair* axes, AnglePair* sky, int applyTerms);
+
+  // --- Geometry hooks -------------------------------------------------
+  // Score 0 (unusable) to 5 of a star for alignment.
+  virtual int32_t RateAlignmentStar(const AnglePair& star);
+  // Loads the nominal matrices of the geometry from the latitude.
+  virtual void ResetTransform();
+  virtual double GetAxisMisalignment();
+
+  // --- Hardware operations (the protocol layers and simulators) -------
+  virtual int32_t ReadAxisPosition(uint32_t axis);
+  virtual int32_t ReadAxisStatus(uint32_t axis);
+  virtual int32_t PrepareSlew();
+  virtual int32_t PrepareAxisRate(uint32_t axis, double rate);
+  virtual int32_t OpenMount();
+  virtual int32_t SetAxisRate(uint32_t axis, double rate);
+  virtual int32_t SlewAxisTo(uint32_t axis, double angle);
+  virtual int32_t StopAxisMotor(uint32_t axis);
+  virtual int32_t SetAxisPosition(uint32_t axis, double angle);
+  virtual int32_t SlewAxesTo(double angle0, double angle1);
+
+  // --- Site, alignment and its record -----------------------------------
+  virtual int32_t SetSite(double latitude, double elevation);
+  virtual int32_t ResetAlignment(double coneError, double nonPerpError);
+  virtual int32_t RateFirstStar(AnglePair star1);
+  virtual int32_t RateSecondStar(AnglePair star1, AnglePair star2, int32_t method);
+  virtual int32_t RateThirdStar(AnglePair star1, AnglePair star2, AnglePair star3);
+  virtual int32_t AlignOneStar(AnglePair sky, AnglePair axes);
+  virtual int32_t AlignTwoStars(StarObservation first, StarObservation second);
+  virtual int32_t AlignThreeStars(StarObservation first, StarObservation second,
+                                  StarObservation third);
+  // Fills the 200-byte record and returns its size, 200.
+  virtual int32_t GetAlignmentData(uint8_t* record);
+  virtual int32_t SetAlignmentData(const uint8_t* record);
+
+  // --- Motion and tracking ----------------------------------------------
+  virtual int32_t StartTracking();
+  virtual int32_t StopTracking();
+  virtual int32_t MoveAxis(uint32_t axis, double rate);
+  virtual int32_t StopAxis(uint32_t axis);
+  virtual int32_t GotoEquatorial(AnglePair sky);
+  virtual int32_t GotoHorizontal(double azimuth, double altitude);
+  virtual int32_t GotoAxes(double angle0, double angle1);
+  virtual int32_t SyncHome();
+  virtual int32_t SyncAxis(uint32_t axis, double angle);
+
+  // --- Settings ------------------------------------------------------------
+  virtual int32_t SetAltitudeLimits(double lower, double upper);
+  virtual int32_t SetBacklash(uint32_t axis, double angle);
+  virtual int32_t SetGuideRate(uint32_t axis, double rate);
+  virtual int32_t SetTracking(uint32_t on);
+  virtual int32_t SetTrackingRate(int32_t kind);
+  virtual int32_t SetExtraMode(int32_t value);
+  // Stores the slew tuning; ignores the call if any value is not finite.
+  void SetSlewParameters(double margin, double overshoot, double tolerance, double leadTime);
+
+  // --- Status ----------------------------------------------------------------
+  virtual int32_t GetAxisPosition(uint32_t axis, double* angle);
+  virtual int32_t GetSkyPosition(AnglePair* sky);
+  virtual int32_t GetHorizontalPosition(AnglePair* horizontal);
+  virtual int32_t GetAxisStatus(uint32_t axis, uint32_t* status);
+  virtual int32_t GetMountStatus(uint32_t* status);
+
+  // --- Helpers for the workers and the layers ---------------------------
+  int32_t UpdateMountState();
+  platform::WaitResult WaitForWorkerIdle();
+  double ComputeAltitude(const AnglePair& sky) const;
+  // Azimuth from north, positive toward east.
+  double ComputeAzimuth(const AnglePair& sky) const;
+  // From (azimuth from south, altitude) to (hour angle, declination).
+  AnglePair HorizontalToEquatorial(const AnglePair& horizontalFromSouth) const;
+  void ClearTrackingBit();
+
+  // --- Shared state (defaults set by the constructor) --------------------
+  std::atomic<double> latitude{DEFAULT_LATITUDE};
+  std::atomic<double> elevation{0.0};
+  // skyToAxes/axesToSky matrices and the index, cone and non-perpendicular
+  // terms, replaced together.
+  PointingModel pointing;
+
+  std::atomic<double> axisPosition[AXIS_COUNT]{0.0, 0.0};
+  std::atomic<double> axisTarget[AXIS_COUNT]{0.0, 0.0};
+  std::atomic<double> axisRate[AXIS_COUNT]{0.0, 0.0};
+  std::atomic<double> segmentStartPosition[AXIS_COUNT]{0.0, 0.0};
+  std::atomic<uint32_t> segmentStartTick[AXIS_COUNT]{0, 0};
+  std::atomic<uint32_t> axisStatus[AXIS_COUNT]{AXIS_STOPPED, AXIS_STOPPED};
+  std::atomic<uint32_t> mountState{STATE_IDLE};
+
+  std::atomic<double> guideRate[AXIS_COUNT]{DEFAULT_GUIDE_RATE, DEFAULT_GUIDE_RATE};
+  std::atomic<double> trackingRate{SIDEREAL_RATE};
+  std::atomic<double> backlash[AXIS_COUNT]{0.0, 0.0};
+  // 1 when the axis last moved in the positive direction.
+  std::atomic<uint32_t> axisDirection[AXIS_COUNT]{1, 1};
+  std::atomic<double> backlashRate{DEFAULT_BACKLASH_RATE};
+  std::atomic<uint32_t> backlashTime[AXIS_COUNT]{0, 0};
+
+  // The hand-over between callers and workers.
+  std::atomic<uint32_t> axisRunFlag[AXIS_COUNT]{0, 0};
+  platform::Event workerIdleEvent{/*manualReset=*/true, /*initiallySignalled=*/true};
+  std::atomic<uint32_t> slewActive{0};
+  std::atomic<uint32_t> abortRequest{0};
+
+  std::atomic<double> gotoTarget[AXIS_COUNT]{0.0, 0.0};
+  std::atomic<uint32_t> gotoStartTick{0};
+  std::atomic<double> gotoTolerance{DEFAULT_GOTO_TOLERANCE};
+  std::atomic<double> approachOvershoot{0.0};
+  std::atomic<double> approachMargin{0.0};
+  std::atomic<double> slewLeadTime{0.0};
+  // Set by the concrete classes before any worker runs.
+  uint32_t limitSecondAxisTravel = 0;
+  int32_t modelId = -1;
+  uint32_t isEquatorial = 0;
+
+  std::atomic<double> altitudeUpperLimit{DEFAULT_ALTITUDE_UPPER_LIMIT};
+  std::atomic<double> altitudeLowerLimit{DEFAULT_ALTITUDE_LOWER_LIMIT};
+  std::atomic<double> misalignment{0.0};
+  std::atomic<uint32_t> alignmentQuality{0};
+  std::atomic<uint32_t> aligned{0};
+  std::atomic<uint32_t> trackingWanted{0};
+  std::atomic<double> trackStartSky[AXIS_COUNT]{0.0, 0.0};
+  std::atomic<uint32_t> trackStartTick{0};
+};
+
+// True for an axis number the per-axis operations accept.
+constexpr bool IsValidAxis(uint32_t axis) { return axis < AXIS_COUNT; }
+
+}  // namespace scopemount

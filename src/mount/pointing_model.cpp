@@ -1,0 +1,57 @@
+#include "mount/pointing_model.h"
+
+#include <thread>
+
+namespace scopemount {
+
+namespace {
+
+// Order of the values: skyToAxes row-major, axesToSky row-major, then the
+// index, cone and non-perpendicularity terms.
+template <typename Visit>
+void ForEachValue(Visit&& visit, PointingSnapshot& s) {
+  int k = 0;
+  for (Matrix3* m : {&s.skyToAxes, &s.axesToSky}) {
+    for (int i = 0; i < 3; ++i) {
+      for (int j = 0; j < 3; ++j) visit(k++, m->at(i, j));
+    }
+  }
+  visit(k++, s.indexError);
+  visit(k++, s.coneError);
+  visit(k++, s.nonPerpError);
+}
+
+}  // namespace
+
+PointingModel::PointingModel() { Publish(PointingSnapshot{}); }
+
+PointingSnapshot PointingModel::Load() const {
+  PointingSnapshot snapshot;
+  for (;;) {
+    const uint32_t before = sequence_.load(std::memory_order_acquire);
+    if ((before & 1u) != 0) {
+      std::this_thread::yield();  // a writer is halfway; it finishes quickly
+      continue;
+    }
+    ForEachValue([this](int k, double& v) { v = values_[k].load(std::memory_order_relaxed); },
+                 snapshot);
+    std::atomic_thread_fence(std::memory_order_acquire);
+    if (sequence_.load(std::memory_order_relaxed) == before) return snapshot;
+  }
+}
+
+void PointingModel::Store(const PointingSnapshot& snapshot) {
+  std::lock_guard lock(writer_);
+  Publish(snapshot);
+}
+
+void PointingModel::Publish(const PointingSnapshot& snapshot) {
+  const uint32_t sequence = sequence_.load(std::memory_order_relaxed);
+  sequence_.store(sequence + 1, std::memory_order_relaxed);
+  std::atomic_thread_fence(std::memory_order_release);
+  PointingSnapshot copy = snapshot;
+  ForEachValue([this](int k, double& v) { values_[k].store(v, std::memory_order_relaxed); }, copy);
+  sequence_.store(sequence + 2, std::memory_order_release);
+}
+
+}  // namespace scopemount

@@ -1,0 +1,51 @@
+// The pointing model: the two frame matrices and the three pointing terms.
+//
+// Workers convert positions with it while the caller's thread may replace it
+// (an alignment, a new site, a restored record). Readers take a consistent
+// snapshot without locking (a sequence counter over atomic values); writers,
+// all rare, take turns on a mutex.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+
+#include "celestial/matrix3.h"
+
+namespace scopemount {
+
+struct PointingSnapshot {
+  Matrix3 skyToAxes{1.0};
+  Matrix3 axesToSky{1.0};
+  double indexError = 0.0;
+  double coneError = 0.0;
+  double nonPerpError = 0.0;
+};
+
+class PointingModel {
+ public:
+  PointingModel();
+
+  PointingSnapshot Load() const;
+  void Store(const PointingSnapshot& snapshot);
+
+  // Applies `change` to the current model as one update.
+  template <typename Change>
+  void Update(Change&& change) {
+    std::lock_guard lock(writer_);
+    PointingSnapshot snapshot = Load();
+    change(snapshot);
+    Publish(snapshot);
+  }
+
+ private:
+  static constexpr int VALUE_COUNT = 9 + 9 + 3;
+
+  void Publish(const PointingSnapshot& snapshot);
+
+  std::mutex writer_;
+  std::atomic<uint32_t> sequence_{0};
+  std::atomic<double> values_[VALUE_COUNT];
+};
+
+}  // namespace scopemount

@@ -1,0 +1,21 @@
+// Device paths of the numbered serial ports: a path bound to the number,
+// else /dev/ttyS<N>.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace scopemount::platform {
+
+inline constexpr size_t MAX_PORT_PATH = 255;  // bytes, without the terminator
+inline constexpr int32_t PORT_TABLE_SIZE = 256;
+
+// Binds port 0..255 to `path`; null or empty unbinds. False for a port
+// outside the table or a path longer than MAX_PORT_PATH.
+bool BindPortPath(int32_t port, const char* path);
+
+// Writes the device path of `port` into `buffer` (at least MAX_PORT_PATH + 1
+// bytes); false for a port outside the table.
+bool PortDevicePath(int32_t port, char* buffer, size_t size);
+
+}  // namespace scopemount::platform
