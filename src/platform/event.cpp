@@ -6,10 +6,11 @@ Event::Event(bool manualReset, bool initiallySignalled)
     : manualReset_(manualReset), signalled_(initiallySignalled) {}
 
 void Event::Set() {
-  {
-    std::lock_guard lock(mutex_);
-    signalled_ = true;
-  }
+  // Notify under the lock: a waiter that wakes may destroy the event (a
+  // mount freed after its workers signalled), so nothing may touch it after
+  // the lock is released.
+  std::lock_guard lock(mutex_);
+  signalled_ = true;
   if (manualReset_) {
     changed_.notify_all();
   } else {

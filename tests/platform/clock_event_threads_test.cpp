@@ -1,0 +1,113 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/event.h"
+#include "platform/thread.h"
+#include "support/test_clock.h"
+
+namespace scopemount::platform {
+namespace {
+
+using scopemount::testing::ScopedTestClock;
+using scopemount::testing::WaitFor;
+
+TEST(Clock, FastClockRunsAheadAndTickWraps) {
+  ScopedTestClock fast(1000.0, 0xFFFFFFFFull - 50);
+  const uint32_t before = TickCount();
+  const auto wallStart = std::chrono::steady_clock::now();
+  Sleep(2000);
+  const auto wall = std::chrono::steady_clock::now() - wallStart;
+  const uint32_t elapsed = TickCount() - before;  // unsigned difference across the wrap
+  EXPECT_GE(elapsed, 2000u) << "a sleep never ends early on its own clock";
+  EXPECT_LT(elapsed, 2000u + 1000u) << "nor far too late";
+  EXPECT_LT(TickCount(), before) << "the 32-bit tick wrapped";
+  EXPECT_LT(wall, std::chrono::milliseconds(1000)) << "2 s of test clock cost under a second";
+}
+
+TEST(Event, TimedWaitsWakeInOrderAndOnTime) {
+  // Slow enough that a busy machine's thread start-up cannot reorder waits
+  // that are 50 ms of wall time apart.
+  ScopedTestClock fast(20.0);
+  Event never(/*manualReset=*/true, /*initiallySignalled=*/false);
+  std::mutex mutex;
+  std::vector<uint32_t> order;
+  std::vector<uint32_t> lateness(3, 0);
+  std::atomic<int> done{0};
+  struct Waiter {
+    Event* event;
+    uint32_t timeout;
+    std::mutex* mutex;
+    std::vector<uint32_t>* order;
+    std::vector<uint32_t>* lateness;
+    int index;
+    std::atomic<int>* done;
+  };
+  const uint32_t timeouts[3] = {3000, 1000, 2000};
+  Waiter waiters[3];
+  for (int i = 0; i < 3; ++i) {
+    waiters[i] = {&never, timeouts[i], &mutex, &order, &lateness, i, &done};
+    ASSERT_TRUE(StartThread(
+        [](void* p) -> uint32_t {
+          auto* w = static_cast<Waiter*>(p);
+          const uint32_t start = TickCount();
+          const WaitResult r = w->event->Wait(w->timeout);
+          const uint32_t waited = TickCount() - start;
+          std::lock_guard lock(*w->mutex);
+          (*w->lateness)[w->index] = r == WaitResult::TimedOut ? waited : 0;
+          w->order->push_back(w->timeout);
+          ++*w->done;
+          return 0;
+        },
+        &waiters[i], ThreadPriority::Normal));
+  }
+  ASSERT_TRUE(WaitFor([&] { return done == 3; }));
+  std::lock_guard lock(mutex);
+  EXPECT_EQ(order, (std::vector<uint32_t>{1000, 2000, 3000})) << "shortest wait wakes first";
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_GE(lateness[i], timeouts[i]) << "waited its full time " << i;
+    EXPECT_LT(lateness[i], timeouts[i] + 1000) << "and woke soon after " << i;
+  }
+}
+
+TEST(Event, ManualAndAutomaticReset) {
+  ScopedTestClock fast(1000.0);
+  Event manual(true, true);
+  EXPECT_EQ(manual.Wait(0), WaitResult::Signalled);
+  EXPECT_EQ(manual.Wait(0), WaitResult::Signalled) << "manual-reset stays signalled";
+  manual.Reset();
+  EXPECT_EQ(manual.Wait(10), WaitResult::TimedOut);
+
+  Event automatic(false, false);
+  automatic.Set();
+  EXPECT_EQ(automatic.Wait(0), WaitResult::Signalled);
+  EXPECT_EQ(automatic.Wait(10), WaitResult::TimedOut) << "one wait consumes the signal";
+}
+
+TEST(Event, SetFromAnotherThreadWakesAWaiterBeforeItsTimeout) {
+  ScopedTestClock fast(50.0);
+  Event event(false, false);
+  std::atomic<bool> waiting{false};
+  struct Context {
+    Event* event;
+    std::atomic<bool>* waiting;
+  } context{&event, &waiting};
+  ASSERT_TRUE(StartThread(
+      [](void* p) -> uint32_t {
+        auto* c = static_cast<Context*>(p);
+        while (!c->waiting->load()) std::this_thread::yield();
+        c->event->Set();
+        return 0;
+      },
+      &context, ThreadPriority::AboveNormal));
+  const uint32_t start = TickCount();
+  waiting = true;
+  EXPECT_EQ(event.Wait(WAIT_FOREVER), WaitResult::Signalled);
+  EXPECT_LT(TickCount() - start, 60000u);
+}
+
+}  // namespace
+}  // namespace scopemount::platform
