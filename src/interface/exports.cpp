@@ -2,6 +2,7 @@
 // current mount and forwards to one Mount operation, passing its code back.
 #include <cmath>
 #include <cstring>
+#include <initializer_list>
 
 #include "celestial/angles.h"
 #include "celestial/sidereal_time.h"
@@ -39,6 +40,15 @@ void NormalizePairInPlace(double* p) {
 }
 
 char16_t* AsText(ScopeChar16* buffer) { return reinterpret_cast<char16_t*>(buffer); }
+
+// A GOTO toward a non-finite angle has no destination; refuse it here so no
+// driver ever stores one as a target.
+bool AllFinite(std::initializer_list<double> values) {
+  for (double v : values) {
+    if (!std::isfinite(v)) return false;
+  }
+  return true;
+}
 
 }  // namespace
 
@@ -184,6 +194,7 @@ int32_t ScopeMoveAxis(uint32_t axis, double rate) {
 int32_t ScopeSlewAxis(uint32_t axis, double angle) {
   Mount* mount = CurrentMount();
   if (mount == nullptr) return SCOPE_NOT_CONNECTED;
+  if (!AllFinite({angle})) return SCOPE_INVALID_PARAMETER;
   double angles[2];
   const int32_t r = ScopeGetAxisPositions(angles);
   if (r != SCOPE_OK) return r;
@@ -226,6 +237,7 @@ int32_t ScopeGotoEquatorial(double hourAngle, double declination) {
   const AnglePair target{NormalizeAngle(hourAngle), NormalizeAngle(declination)};
   Mount* mount = CurrentMount();
   if (mount == nullptr) return SCOPE_NOT_CONNECTED;
+  if (!AllFinite({target.lon, target.lat})) return SCOPE_INVALID_PARAMETER;
   return mount->GotoEquatorial(target);
 }
 
@@ -250,12 +262,14 @@ int32_t ScopeSetExtraMode(int32_t value) {
 int32_t ScopeGotoAxes(double axis0, double axis1) {
   Mount* mount = CurrentMount();
   if (mount == nullptr) return SCOPE_NOT_CONNECTED;
+  if (!AllFinite({axis0, axis1})) return SCOPE_INVALID_PARAMETER;
   return mount->GotoAxes(axis0, axis1);
 }
 
 int32_t ScopeGotoHorizontal(double azimuth, double altitude) {
   Mount* mount = CurrentMount();
   if (mount == nullptr) return SCOPE_NOT_CONNECTED;
+  if (!AllFinite({azimuth, altitude})) return SCOPE_INVALID_PARAMETER;
   return mount->GotoHorizontal(azimuth, altitude);
 }
 
@@ -282,6 +296,7 @@ int32_t ScopeGotoOffset(double hourAngle, double declination, double offset0, do
   axes.lat += offset1;
   AnglePair target;
   mount->AxesToSky(&axes, &target, 1);
+  if (!AllFinite({target.lon, target.lat})) return SCOPE_INVALID_PARAMETER;
   return mount->GotoEquatorial(target);
 }
 

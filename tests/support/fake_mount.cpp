@@ -39,6 +39,13 @@ int32_t FakeMount::SetAxisPosition(uint32_t axis, double angle) {
 
 int32_t FakeMount::OpenMount() { return openResult; }
 
+int32_t FakeMount::GotoAxes(double angle0, double angle1) {
+  gotoAxesTarget[0] = angle0;
+  gotoAxesTarget[1] = angle1;
+  ++gotoAxesCalls;
+  return Ok;
+}
+
 namespace {
 
 // Factories are plain function pointers, so the model and geometry of the
@@ -52,8 +59,9 @@ std::unique_ptr<Mount> MakeFake() {
 
 }  // namespace
 
-ScopedFakeModel::ScopedFakeModel(int32_t model, bool equatorial) : model_(model) {
-  factoryModel = model;
+ScopedFakeModel::ScopedFakeModel(int32_t model, bool equatorial, int32_t storedModelId)
+    : model_(model) {
+  factoryModel = storedModelId < 0 ? model : storedModelId;
   factoryEquatorial = equatorial;
   previous_ = ReplaceModelFactory(model, &MakeFake);
 }

@@ -21,6 +21,8 @@ class FakeMount : public Mount {
   int32_t StopAxisMotor(uint32_t axis) override;
   int32_t SetAxisPosition(uint32_t axis, double angle) override;
   int32_t OpenMount() override;
+  // Records the targets instead of slewing.
+  int32_t GotoAxes(double angle0, double angle1) override;
 
   // What the hardware reports; tests set these.
   std::atomic<double> hardwarePosition[AXIS_COUNT]{0.0, 0.0};
@@ -29,13 +31,16 @@ class FakeMount : public Mount {
   // The code OpenMount returns.
   static std::atomic<int32_t> openResult;
   std::atomic<int> stopCalls{0};
+  std::atomic<double> gotoAxesTarget[AXIS_COUNT]{0.0, 0.0};
+  std::atomic<int> gotoAxesCalls{0};
 };
 
-// Puts a factory of FakeMount (model and geometry as given) behind a model
-// number for the life of the object, and disconnects at the end.
+// Puts a factory of FakeMount behind a model number for the life of the
+// object, and disconnects at the end. The mount's own modelId is
+// `storedModelId` (the class's number; -1 means the model itself).
 class ScopedFakeModel {
  public:
-  ScopedFakeModel(int32_t model, bool equatorial);
+  ScopedFakeModel(int32_t model, bool equatorial, int32_t storedModelId = -1);
   ~ScopedFakeModel();
   ScopedFakeModel(const ScopedFakeModel&) = delete;
   ScopedFakeModel& operator=(const ScopedFakeModel&) = delete;

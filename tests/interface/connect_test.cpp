@@ -1,0 +1,132 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "interface/current_mount.h"
+#include "interface/port_selection.h"
+#include "scopemount.h"
+#include "support/fake_mount.h"
+
+namespace scopemount {
+namespace {
+
+using testing::ConnectedFake;
+using testing::FakeMount;
+using testing::ScopedFakeModel;
+
+TEST(Connect, ModelNumbersAndModelsNotYetAvailable) {
+  ScopeDisconnect();
+  EXPECT_EQ(ScopeConnect(12, 0.6, 100), SCOPE_INVALID_MOUNT_ID);
+  EXPECT_EQ(ScopeConnect(-1, 0.6, 100), SCOPE_INVALID_MOUNT_ID);
+  // A model whose driver has no factory reports NotImplemented.
+  const MountFactory saved = ReplaceModelFactory(0, nullptr);
+  EXPECT_EQ(ScopeConnect(0, 0.6, 100), SCOPE_NOT_IMPLEMENTED);
+  EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED) << "nothing stays connected";
+  ReplaceModelFactory(0, saved);
+}
+
+TEST(Connect, SameClassReappliesTheSiteAndAnotherIsRefused) {
+  // Model 4 is made by the class of model 3, whose own number is 3.
+  ScopedFakeModel model4(4, /*equatorial=*/true, /*storedModelId=*/3);
+  ASSERT_EQ(ScopeConnect(4, 0.6, 100), SCOPE_OK);
+  EXPECT_EQ(ScopeIsEquatorial(), 1);
+  Mount* first = CurrentMount();
+  EXPECT_EQ(first->latitude, 0.6) << "the site is applied on connect";
+  EXPECT_EQ(ScopeConnect(4, 0.2, 0), SCOPE_ALREADY_CONNECTED) << "4 is not the stored number";
+  EXPECT_EQ(ScopeConnect(3, 0.2, 50), SCOPE_OK) << "the class's number re-applies the site";
+  EXPECT_EQ(CurrentMount(), first) << "nothing new is created";
+  EXPECT_EQ(first->latitude, 0.2);
+  EXPECT_EQ(ScopeConnect(12, 0.2, 0), SCOPE_ALREADY_CONNECTED) << "connected test comes first";
+  EXPECT_EQ(ScopeConnect(-1, 0.2, 0), SCOPE_ALREADY_CONNECTED);
+  EXPECT_EQ(ScopeConnect(3, 9.0, 0), SCOPE_OK) << "a bad site is not reported on connect";
+  EXPECT_EQ(ScopeDisconnect(), SCOPE_OK);
+  EXPECT_EQ(ScopeDisconnect(), SCOPE_OK) << "disconnecting twice is fine";
+  EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
+}
+
+TEST(Connect, FailedOpenLeavesNothingConnected) {
+  ScopedFakeModel model(7, false);
+  FakeMount::openResult = SCOPE_NO_RESPONSE_AXIS1;
+  EXPECT_EQ(ScopeConnect(7, 0.6, 100), SCOPE_NO_RESPONSE_AXIS1);
+  EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
+  FakeMount::openResult = SCOPE_OK;
+  ASSERT_EQ(ScopeConnect(7, 0.6, 100), SCOPE_OK);
+  EXPECT_EQ(ScopeIsEquatorial(), 0);
+}
+
+TEST(Connect, ComPortRules) {
+  const int32_t saved = PortNumber();
+  SetPortNumber(DEFAULT_PORT_NUMBER);
+  ScopeSetComPort(256);
+  ScopeSetComPort(-1);
+  EXPECT_EQ(PortNumber(), 2) << "out-of-range ports are ignored";
+  ScopeSetComPort(0);
+  EXPECT_EQ(PortNumber(), 0);
+  ScopeSetComPort(255);
+  EXPECT_EQ(PortNumber(), 255);
+  EXPECT_EQ(ScopeRegisterBluetoothPort(0, 0, 1, nullptr), -1);
+  SetPortNumber(saved);
+}
+
+TEST(Exports, ForwardingAndTheirOwnSteps) {
+  double pair[2] = {7.0, 4.0};
+  ScopeDisconnect();
+  EXPECT_EQ(ScopeRateFirstStar(pair), SCOPE_NOT_CONNECTED);
+  EXPECT_DOUBLE_EQ(pair[0], 7.0 - 2 * M_PI) << "normalised before the mount test";
+  EXPECT_DOUBLE_EQ(pair[1], 4.0 - 2 * M_PI);
+  double angle = 0;
+  EXPECT_EQ(ScopeGetAxisPosition(0, nullptr), SCOPE_NOT_CONNECTED);
+
+  ScopedFakeModel model(7, false);
+  ASSERT_EQ(ScopeConnect(7, 0.6, 100), SCOPE_OK);
+  FakeMount* mount = ConnectedFake();
+  ASSERT_NE(mount, nullptr);
+  EXPECT_EQ(ScopeGetAxisPosition(0, nullptr), SCOPE_INVALID_PARAMETER);
+  mount->hardwarePosition[0] = 0.25;
+  mount->hardwarePosition[1] = -0.5;
+  EXPECT_EQ(ScopeGetAxisPosition(0, &angle), SCOPE_OK);
+  EXPECT_EQ(angle, 0.25);
+
+  // Slewing one axis keeps the other where it stands; any nonzero axis is axis 1.
+  EXPECT_EQ(ScopeSlewAxis(1, 0.7), SCOPE_OK);
+  EXPECT_EQ(mount->gotoAxesTarget[0], 0.25);
+  EXPECT_EQ(mount->gotoAxesTarget[1], 0.7);
+  EXPECT_EQ(ScopeSlewAxis(7, 0.9), SCOPE_OK);
+  EXPECT_EQ(mount->gotoAxesTarget[1], 0.9);
+  EXPECT_EQ(mount->gotoAxesTarget[0], 0.25);
+  EXPECT_EQ(ScopeSlewAxis(0, -0.1), SCOPE_OK);
+  EXPECT_EQ(mount->gotoAxesTarget[0], -0.1);
+  EXPECT_EQ(mount->gotoAxesTarget[1], -0.5);
+  mount->readResult = SCOPE_NO_RESPONSE_AXIS1;
+  EXPECT_EQ(ScopeSlewAxis(1, 0.3), SCOPE_NO_RESPONSE_AXIS1) << "a failed read stops the slew";
+  EXPECT_EQ(mount->gotoAxesCalls, 3);
+  double both[2] = {9, 9};
+  EXPECT_EQ(ScopeGetAxisPositions(both), SCOPE_NO_RESPONSE_AXIS1);
+  mount->readResult = SCOPE_OK;
+
+  unsigned char record[SCOPE_ALIGNMENT_RECORD_SIZE];
+  EXPECT_EQ(ScopeGetAlignmentData(record), 200) << "the size, not AlignFailed";
+  EXPECT_EQ(ScopeSetAlignmentData(record), SCOPE_OK);
+
+  double cone = 1, nonPerp = 1;
+  EXPECT_EQ(ScopeResetAlignment(0.001, 0.002), SCOPE_OK);
+  EXPECT_EQ(ScopeGetPointingTerms(&cone, nullptr), SCOPE_OK);
+  EXPECT_EQ(ScopeGetPointingTerms(nullptr, &nonPerp), SCOPE_OK);
+  EXPECT_EQ(cone, 0.001);
+  EXPECT_EQ(nonPerp, 0.002);
+  double misalignment = 1;
+  EXPECT_EQ(ScopeGetAlignmentQuality(&misalignment), 0);
+  EXPECT_EQ(misalignment, 0.0);
+  EXPECT_EQ(ScopeGetAlignmentQuality(nullptr), 0);
+
+  // The offset GOTO goes through the mount's frame and back.
+  double axes[2];
+  EXPECT_EQ(ScopeSkyToAxes(0.3, 0.2, axes), SCOPE_OK);
+  EXPECT_NEAR(axes[0], 0.3 - (0.001 / std::cos(0.2) + 0.002 * std::tan(0.2)), 1e-14);
+  ScopeSetSlewParameters(0.01, 0.02, 0.003, 4.0);
+  EXPECT_EQ(mount->gotoTolerance, 0.003);
+  EXPECT_EQ(mount->slewLeadTime, 4.0);
+}
+
+}  // namespace
+}  // namespace scopemount

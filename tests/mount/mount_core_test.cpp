@@ -1,0 +1,345 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "mount/alignment_record.h"
+#include "mount/mount.h"
+#include "support/fake_mount.h"
+
+namespace scopemount {
+namespace {
+
+using testing::FakeMount;
+
+constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double Inf = std::numeric_limits<double>::infinity();
+constexpr double DEG = PI / 180.0;
+
+TEST(MountCore, NewObjectHasItsDefaults) {
+  FakeMount mount(3, true);
+  uint32_t status = 0;
+  EXPECT_EQ(mount.GetMountStatus(&status), Ok);
+  EXPECT_EQ(status, STATE_IDLE);
+  for (uint32_t axis : {0u, 1u}) {
+    EXPECT_EQ(mount.GetAxisStatus(axis, &status), Ok);
+    EXPECT_EQ(status, AXIS_STOPPED) << axis;
+  }
+  EXPECT_EQ(mount.modelId, 3);
+  EXPECT_EQ(mount.latitude, 0.5235987755982988);
+  EXPECT_EQ(mount.guideRate[0], 3.646057922610703e-05);
+  EXPECT_EQ(mount.backlashRate, 0.0046669541409417);
+  EXPECT_EQ(mount.gotoTolerance, 0.0005817764173314432);
+  EXPECT_EQ(mount.altitudeUpperLimit, 1.3089969389957472);
+  EXPECT_TRUE(mount.workerIdleEvent.IsSignalled()) << "no worker holds the axes";
+}
+
+TEST(MountCore, SetSiteChecksLatitudeThenElevation) {
+  FakeMount equatorial(6, true);
+  EXPECT_EQ(equatorial.SetSite(PI / 2 + 1e-9, 0), InvalidParameter);
+  EXPECT_EQ(equatorial.latitude, DEFAULT_LATITUDE) << "refused latitude leaves the old one";
+  EXPECT_EQ(equatorial.SetSite(-0.5, 9000), InvalidParameter);
+  EXPECT_EQ(equatorial.latitude, -0.5) << "the latitude is taken before the elevation check";
+  EXPECT_LT(equatorial.trackingRate, 0.0) << "southern equatorial sites track backwards";
+  EXPECT_EQ(equatorial.SetSite(0.2, 8848), Ok);
+  EXPECT_GT(equatorial.trackingRate, 0.0);
+  EXPECT_EQ(equatorial.elevation, 8848);
+
+  FakeMount altaz(7, false);
+  EXPECT_EQ(altaz.SetSite(-0.5, 0), Ok);
+  EXPECT_GT(altaz.trackingRate, 0.0) << "Alt/Az mounts keep the sign";
+  for (double bad : {NaN, Inf, -Inf}) {
+    EXPECT_EQ(altaz.SetSite(bad, 0), InvalidParameter);
+    EXPECT_EQ(altaz.SetSite(0.1, bad), InvalidParameter);
+  }
+  EXPECT_EQ(altaz.elevation, 0.0) << "a non-finite elevation is never stored";
+}
+
+TEST(MountCore, AltitudeLimitsClipTheUpperAndKeepPartialUpdates) {
+  FakeMount mount;
+  EXPECT_EQ(mount.SetAltitudeLimits(0, 2.0), Ok);
+  EXPECT_EQ(mount.altitudeUpperLimit, PI / 2) << "clipped to the zenith";
+  EXPECT_EQ(mount.SetAltitudeLimits(0, PI / 4), InvalidParameter) << "upper must exceed pi/4";
+  EXPECT_EQ(mount.SetAltitudeLimits(-PI / 6, 1.2), InvalidParameter);
+  EXPECT_EQ(mount.altitudeUpperLimit, 1.2) << "upper stays set when the lower is refused";
+  EXPECT_EQ(mount.altitudeLowerLimit, 0.0);
+  EXPECT_EQ(mount.SetAltitudeLimits(0.1, NaN), InvalidParameter);
+  EXPECT_EQ(mount.SetAltitudeLimits(NaN, 1.0), InvalidParameter);
+  EXPECT_EQ(mount.altitudeUpperLimit, 1.0);
+  EXPECT_EQ(mount.altitudeLowerLimit, 0.0) << "NaN is never stored";
+  EXPECT_EQ(mount.SetAltitudeLimits(0.1, Inf), Ok) << "+Inf clips to the zenith like any large value";
+  EXPECT_EQ(mount.altitudeUpperLimit, PI / 2);
+}
+
+TEST(MountCore, BacklashGuideAndTrackingRates) {
+  FakeMount mount(3, true);
+  EXPECT_EQ(mount.SetBacklash(0, 0), Ok);
+  EXPECT_EQ(mount.backlashTime[0], 0u);
+  EXPECT_EQ(mount.SetBacklash(1, 2 * DEG), Ok);
+  EXPECT_EQ(mount.backlashTime[1], 7479u) << "truncated milliseconds at 64x sidereal";
+  EXPECT_EQ(mount.SetBacklash(0, -1e-9), InvalidParameter);
+  EXPECT_EQ(mount.SetBacklash(0, NaN), InvalidParameter);
+  EXPECT_EQ(mount.SetBacklash(2, 0.01), InvalidParameter) << "no third axis";
+
+  EXPECT_EQ(mount.SetGuideRate(0, SIDEREAL_RATE), Ok);
+  EXPECT_EQ(mount.SetGuideRate(1, -SIDEREAL_RATE), Ok);
+  EXPECT_EQ(mount.SetGuideRate(0, SIDEREAL_RATE * 1.0000001), InvalidParameter);
+  EXPECT_EQ(mount.SetGuideRate(0, NaN), InvalidParameter);
+  EXPECT_EQ(mount.SetGuideRate(5, 0), InvalidParameter);
+
+  EXPECT_EQ(mount.SetTrackingRate(7), Ok);
+  EXPECT_EQ(mount.trackingRate, SIDEREAL_RATE);
+  EXPECT_EQ(mount.SetTrackingRate(1), Ok);
+  EXPECT_EQ(mount.trackingRate, 7.023457754504344e-05);
+  EXPECT_EQ(mount.SetTrackingRate(2), Ok);
+  EXPECT_EQ(mount.trackingRate, 7.27220521664304e-05);
+  ASSERT_EQ(mount.SetSite(-0.3, 0), Ok);
+  for (int32_t kind : {0, 1, 2, 99}) {
+    mount.SetTrackingRate(kind);
+    EXPECT_LT(mount.trackingRate, 0.0) << "southern equatorial, kind " << kind;
+  }
+}
+
+TEST(MountCore, SkyToAxesAppliesAndRemovesPointingTerms) {
+  FakeMount mount;
+  AnglePair sky{7.0, 0.4};
+  AnglePair axes;
+  mount.SkyToAxes(&sky, &axes, 1);
+  EXPECT_DOUBLE_EQ(sky.lon, 7.0 - 2 * PI) << "the caller's hour angle is reduced in place";
+  EXPECT_NEAR(axes.lon, 7.0 - 2 * PI, 1e-15) << "identity matrices, no terms";
+  EXPECT_NEAR(axes.lat, 0.4, 1e-15);
+
+  mount.pointing.Update([](PointingSnapshot& m) {
+    m.indexError = 0.01;
+    m.coneError = 0.002;
+    m.nonPerpError = -0.003;
+  });
+  sky = {0.5, 0.6};
+  mount.SkyToAxes(&sky, &axes, 1);
+  EXPECT_NEAR(axes.lon, 0.5 - (0.002 / std::cos(0.6) - 0.003 * std::tan(0.6)), 1e-14)
+      << "axis-0 terms use the axis-1 angle before the index error";
+  EXPECT_NEAR(axes.lat, 0.6 - 0.01, 1e-14);
+  AnglePair back;
+  mount.AxesToSky(&axes, &back, 1);
+  EXPECT_NEAR(back.lon, 0.5, 1e-14);
+  EXPECT_NEAR(back.lat, 0.6, 1e-14);
+
+  AnglePair raw;
+  sky = {0.5, 0.6};
+  mount.SkyToAxes(&sky, &raw, 0);
+  EXPECT_NEAR(raw.lon, 0.5, 1e-15) << "terms off";
+  EXPECT_NEAR(raw.lat, 0.6, 1e-15);
+}
+
+TEST(MountCore, HorizontalPositionFromTheAxes) {
+  FakeMount mount;  // identity matrices: axes are (hour angle, declination)
+  ASSERT_EQ(mount.SetSite(30 * DEG, 0), Ok);
+  mount.hardwarePosition[0] = 0.0;
+  mount.hardwarePosition[1] = 0.0;
+  AnglePair horizontal;
+  ASSERT_EQ(mount.GetHorizontalPosition(&horizontal), Ok);
+  EXPECT_NEAR(horizontal.lat, 60 * DEG, 1e-12) << "the equator on the meridian";
+  EXPECT_NEAR(std::fabs(horizontal.lon), PI, 1e-12) << "due south";
+  mount.hardwarePosition[0] = -1.0;  // east of the meridian
+  mount.hardwarePosition[1] = 0.2;
+  ASSERT_EQ(mount.GetHorizontalPosition(&horizontal), Ok);
+  EXPECT_GT(horizontal.lon, 0.0) << "rising stars stand east";
+  EXPECT_LT(horizontal.lon, PI);
+
+  // The horizontal conversion and its inverse agree.
+  for (double ha : {-2.5, -0.7, 0.0, 0.9, 2.8}) {
+    for (double dec : {-0.4, 0.1, 0.8, 1.3}) {
+      const AnglePair sky{ha, dec};
+      const double alt = mount.ComputeAltitude(sky);
+      const double az = mount.ComputeAzimuth(sky);
+      const double fromSouth = az >= 0 ? az - PI : az + PI;
+      const AnglePair again = mount.HorizontalToEquatorial({fromSouth, alt});
+      EXPECT_NEAR(again.lon, ha, 1e-9) << ha << "," << dec;
+      EXPECT_NEAR(again.lat, dec, 1e-9) << ha << "," << dec;
+    }
+  }
+}
+
+TEST(MountCore, AlignmentStarRatingByAltitude) {
+  FakeMount mount;
+  ASSERT_EQ(mount.SetSite(30 * DEG, 0), Ok);
+  // On the meridian the altitude is 90 - latitude + declination.
+  auto onMeridianAt = [](double altitudeDeg) { return AnglePair{0.0, (altitudeDeg - 60.0) * DEG}; };
+  EXPECT_EQ(mount.RateFirstStar(onMeridianAt(14.9)), 0);
+  EXPECT_EQ(mount.RateFirstStar(onMeridianAt(20)), 5);
+  EXPECT_EQ(mount.RateSecondStar({}, onMeridianAt(80), 0), 0) << "above the upper limit";
+  EXPECT_EQ(mount.RateThirdStar({}, {}, onMeridianAt(45)), 5);
+  EXPECT_EQ(mount.RateFirstStar({NaN, 0.2}), 0) << "NaN is no star";
+}
+
+TEST(MountCore, SyncHomeAndSyncAxis) {
+  FakeMount equatorial(6, true);
+  EXPECT_EQ(equatorial.SyncHome(), Ok);
+  EXPECT_EQ(equatorial.axisPosition[0], -PI / 2);
+  EXPECT_EQ(equatorial.axisPosition[1], PI / 2);
+  FakeMount altaz;
+  altaz.hardwarePosition[0] = 1.0;
+  EXPECT_EQ(altaz.SyncHome(), Ok);
+  EXPECT_EQ(altaz.hardwarePosition[0], 0.0);
+
+  EXPECT_EQ(altaz.SyncAxis(1, 7.0), Ok);
+  EXPECT_DOUBLE_EQ(altaz.hardwarePosition[1], 7.0 - 2 * PI) << "synced angle is reduced";
+  altaz.hardwareStatus[0] = AXIS_RUNNING;
+  EXPECT_EQ(altaz.SyncAxis(0, 0.3), AxisBusy);
+  EXPECT_EQ(altaz.hardwarePosition[0], 0.0) << "a moving axis is not synced";
+  EXPECT_EQ(altaz.SyncAxis(1, NaN), InvalidParameter);
+  EXPECT_EQ(altaz.SyncAxis(2, 0.1), InvalidParameter);
+}
+
+TEST(MountCore, MountStateFollowsAxesAndFlags) {
+  FakeMount mount;
+  uint32_t state = 0;
+  mount.slewActive = 1;
+  mount.GetMountStatus(&state);
+  EXPECT_EQ(state, STATE_SLEWING) << "a slew worker runs";
+  mount.slewActive = 0;
+  mount.hardwareStatus[1] = AXIS_SLEWING;
+  mount.GetMountStatus(&state);
+  EXPECT_EQ(state, STATE_SLEWING) << "an axis reports slewing";
+
+  mount.hardwareStatus[1] = AXIS_RUNNING;
+  mount.axisRunFlag[1] = 1;
+  mount.GetMountStatus(&state);
+  EXPECT_EQ(state, STATE_MOVING) << "running with a run flag is a manual move";
+  mount.axisRunFlag[1] = 0;
+  mount.GetMountStatus(&state);
+  EXPECT_EQ(state, STATE_TRACKING) << "running without a run flag is tracking";
+
+  mount.hardwareStatus[1] = AXIS_STOPPED;
+  mount.GetMountStatus(&state);
+  EXPECT_EQ(state, STATE_TRACKING) << "a tracking mount whose axes stand stays tracking";
+  EXPECT_EQ(mount.StopTracking(), Ok);
+  EXPECT_EQ(mount.stopCalls, 2) << "stopping tracking stops both motors";
+  mount.GetMountStatus(&state);
+  EXPECT_EQ(state, STATE_IDLE);
+
+  EXPECT_EQ(mount.MoveAxis(0, 0.0), Ok);
+  EXPECT_EQ(mount.stopCalls, 3) << "a zero rate stops the axis";
+  EXPECT_EQ(mount.axisRunFlag[0], 0u);
+  EXPECT_EQ(mount.MoveAxis(0, NaN), InvalidParameter);
+  EXPECT_EQ(mount.MoveAxis(2, 0.001), InvalidParameter);
+  EXPECT_EQ(mount.StopAxis(2), InvalidParameter);
+}
+
+TEST(MountCore, SlewParametersIgnoreNonFiniteValues) {
+  FakeMount mount;
+  mount.SetSlewParameters(0.01, 0.02, 0.001, 3.0);
+  EXPECT_EQ(mount.approachMargin, 0.01);
+  EXPECT_EQ(mount.approachOvershoot, 0.02);
+  EXPECT_EQ(mount.gotoTolerance, 0.001);
+  EXPECT_EQ(mount.slewLeadTime, 3.0);
+  mount.SetSlewParameters(0.5, NaN, 0.5, 0.5);
+  EXPECT_EQ(mount.approachMargin, 0.01) << "nothing of a call with NaN is stored";
+}
+
+// --- The saved alignment record ------------------------------------------
+
+AlignmentRecordFields SampleFields() {
+  AlignmentRecordFields f;
+  f.modelId = 7;
+  f.pointing.skyToAxes.at(0, 1) = 0.25;
+  f.pointing.axesToSky.at(2, 2) = -1.0;
+  f.pointing.indexError = 1.0;
+  f.pointing.coneError = -2.0;
+  f.pointing.nonPerpError = 0.5;
+  f.misalignment = 0.125;
+  f.alignmentQuality = 100;
+  f.aligned = 1;
+  return f;
+}
+
+TEST(AlignmentRecord, ExactBytes) {
+  uint8_t record[ALIGNMENT_RECORD_SIZE];
+  std::memset(record, 0xAB, sizeof record);
+  EncodeAlignmentRecord(SampleFields(), record);
+
+  const uint8_t modelId[4] = {7, 0, 0, 0};
+  EXPECT_EQ(std::memcmp(record + 0, modelId, 4), 0) << "modelId little-endian";
+  for (int i = 4; i < 8; ++i) EXPECT_EQ(record[i], 0xAB) << "bytes 4-7 untouched, byte " << i;
+  const uint8_t one[8] = {0, 0, 0, 0, 0, 0, 0xF0, 0x3F};
+  EXPECT_EQ(std::memcmp(record + 8, one, 8), 0) << "skyToAxes[0][0] = 1.0";
+  const uint8_t quarter[8] = {0, 0, 0, 0, 0, 0, 0xD0, 0x3F};
+  EXPECT_EQ(std::memcmp(record + 16, quarter, 8), 0) << "skyToAxes[0][1] = 0.25, row-major";
+  const uint8_t minusOne[8] = {0, 0, 0, 0, 0, 0, 0xF0, 0xBF};
+  EXPECT_EQ(std::memcmp(record + 80 + 64, minusOne, 8), 0) << "axesToSky[2][2] = -1.0";
+  EXPECT_EQ(std::memcmp(record + 152, one, 8), 0) << "indexError";
+  const uint8_t minusTwo[8] = {0, 0, 0, 0, 0, 0, 0x00, 0xC0};
+  EXPECT_EQ(std::memcmp(record + 160, minusTwo, 8), 0) << "coneError";
+  const uint8_t half[8] = {0, 0, 0, 0, 0, 0, 0xE0, 0x3F};
+  EXPECT_EQ(std::memcmp(record + 168, half, 8), 0) << "nonPerpError";
+  const uint8_t eighth[8] = {0, 0, 0, 0, 0, 0, 0xC0, 0x3F};
+  EXPECT_EQ(std::memcmp(record + 176, eighth, 8), 0) << "misalignment";
+  const uint8_t tail[12] = {100, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
+  EXPECT_EQ(std::memcmp(record + 184, tail, 12), 0) << "quality, aligned, reserved zero";
+
+  uint32_t sum = 0;
+  for (int i = 0; i < 196; ++i) sum += record[i];
+  const uint32_t stored = record[196] | record[197] << 8 | record[198] << 16 |
+                          static_cast<uint32_t>(record[199]) << 24;
+  EXPECT_EQ(stored, sum) << "byte-sum checksum over 0-195, little-endian";
+}
+
+TEST(AlignmentRecord, RoundTripAndEveryCorruptionRefused) {
+  FakeMount mount(7, false);
+  mount.pointing.Store(SampleFields().pointing);
+  mount.misalignment = 0.125;
+  mount.alignmentQuality = 100;
+  mount.aligned = 1;
+  uint8_t record[ALIGNMENT_RECORD_SIZE] = {};
+  ASSERT_EQ(mount.GetAlignmentData(record), 200);
+
+  FakeMount later(7, false);
+  ASSERT_EQ(later.SetAlignmentData(record), Ok);
+  const PointingSnapshot restored = later.pointing.Load();
+  EXPECT_EQ(restored.skyToAxes, SampleFields().pointing.skyToAxes);
+  EXPECT_EQ(restored.axesToSky, SampleFields().pointing.axesToSky);
+  EXPECT_EQ(restored.coneError, -2.0);
+  EXPECT_EQ(later.misalignment, 0.125);
+  EXPECT_EQ(later.alignmentQuality, 100u);
+  EXPECT_EQ(later.aligned, 1u);
+
+  for (int i = 0; i < 196; ++i) {
+    uint8_t corrupt[ALIGNMENT_RECORD_SIZE];
+    std::memcpy(corrupt, record, sizeof corrupt);
+    corrupt[i] ^= 0x01;
+    FakeMount target(7, false);
+    EXPECT_EQ(target.SetAlignmentData(corrupt), InvalidAlignmentData) << "flipped byte " << i;
+    EXPECT_EQ(target.aligned, 0u) << "a refused record changes nothing, byte " << i;
+  }
+  FakeMount otherModel(6, true);
+  EXPECT_EQ(otherModel.SetAlignmentData(record), InvalidAlignmentData);
+
+  // A record with a consistent checksum but a NaN inside is refused too.
+  AlignmentRecordFields poisoned = SampleFields();
+  poisoned.pointing.coneError = NaN;
+  EncodeAlignmentRecord(poisoned, record);
+  EXPECT_EQ(later.SetAlignmentData(record), InvalidAlignmentData);
+  EXPECT_EQ(later.pointing.Load().coneError, -2.0);
+}
+
+TEST(MountCore, ResetAlignmentKeepsQualityAndRefusesNaN) {
+  FakeMount mount;
+  mount.aligned = 1;
+  mount.alignmentQuality = 100;
+  mount.misalignment = 0.3;
+  mount.pointing.Update([](PointingSnapshot& m) { m.indexError = 0.1; });
+  EXPECT_EQ(mount.ResetAlignment(0.01, 0.02), Ok);
+  const PointingSnapshot model = mount.pointing.Load();
+  EXPECT_EQ(model.indexError, 0.0);
+  EXPECT_EQ(model.coneError, 0.01);
+  EXPECT_EQ(model.nonPerpError, 0.02);
+  EXPECT_EQ(mount.aligned, 0u);
+  EXPECT_EQ(mount.misalignment, 0.0);
+  EXPECT_EQ(mount.alignmentQuality, 100u) << "quality is left as it was";
+  EXPECT_EQ(mount.ResetAlignment(NaN, 0.0), InvalidParameter);
+  EXPECT_EQ(mount.pointing.Load().coneError, 0.01);
+}
+
+}  // namespace
+}  // namespace scopemount
