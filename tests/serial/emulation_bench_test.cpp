@@ -1,0 +1,97 @@
+// The emulation bench itself: the demonstration controller's motion on the
+// clock, and each injected fault as the port sees it.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "demo_controller.h"
+#include "support/emulated_port.h"
+#include "emulated_protocols.h"
+#include "platform/clock.h"
+#include "serial/probe_port.h"
+#include "support/test_clock.h"
+
+namespace scopemount::testing {
+namespace {
+
+using emulation::DemoController;
+using emulation::LineFaults;
+using emulation::LineWiring;
+
+class EmulationBenchTest : public ::testing::Test {
+ protected:
+  // The reply to `command`, as far as it came within the port's time-outs.
+  std::string Ask(const std::string& command, uint32_t replyLength) {
+    port_.replyLength = replyLength;
+    uint8_t reply[64] = {};
+    port_.Exchange(reinterpret_cast<const uint8_t*>(command.data()),
+                   static_cast<uint32_t>(command.size()), reply);
+    return std::string(reinterpret_cast<const char*>(reply), port_.lastReadCount);
+  }
+  emulation::EmulatedLine& line() { return emulated_.line(); }
+
+  ScopedTestClock clock_{20.0};
+  EmulatedPort emulated_{std::make_unique<DemoController>()};
+  ProbePort port_;
+};
+
+TEST_F(EmulationBenchTest, DemonstrationAxesMoveWithRatesAndGotosOnTheClock) {
+  EXPECT_EQ(Ask("GOTO 0 8000\n", 3), "OK\n");
+  EXPECT_EQ(Ask("STAT 0\n", 5), "0 12\n") << "slewing, positive";
+  platform::Sleep(2100);  // 8000 millidegrees at 4000 a second
+  EXPECT_EQ(Ask("POS 0\n", 7), "0 8000\n");
+  EXPECT_EQ(Ask("STAT 0\n", 4), "0 1\n") << "stopped at the target";
+
+  EXPECT_EQ(Ask("RATE 1 -500\n", 3), "OK\n");
+  EXPECT_EQ(Ask("STAT 1\n", 4), "1 2\n") << "running, negative";
+  platform::Sleep(1000);
+  const long position = std::stol(Ask("POS 1\n", 7).substr(2));
+  EXPECT_LE(position, -500);
+  EXPECT_GT(position, -700) << "moved by about the rate times the time";
+  EXPECT_EQ(Ask("STOP 1\n", 3), "OK\n");
+  EXPECT_EQ(Ask("SET 1 42\n", 3), "OK\n");
+  EXPECT_EQ(Ask("POS 1\n", 5), "1 42\n");
+  EXPECT_EQ(Ask("WHAT 1\n", 4), "ERR\n");
+  EXPECT_EQ(Ask("GOTO 1 nan\n", 4), "ERR\n");
+}
+
+TEST_F(EmulationBenchTest, FaultsShapeTheRepliesTheLineDelivers) {
+  line().SetFaults(LineFaults{.garbage = {0xFF, 0x00, '?'}});
+  EXPECT_EQ(Ask("POS 0\n", 7), std::string("\xFF\0?0 0\n", 7)) << "garbage before the reply";
+
+  line().SetFaults(LineFaults{.truncateTo = 2});
+  EXPECT_EQ(Ask("POS 0\n", 4), "0 ") << "a reply cut short";
+
+  line().SetFaults(LineFaults{.silent = true});
+  EXPECT_EQ(Ask("POS 0\n", 4), "") << "silence";
+
+  line().SetFaults(LineFaults{.replyDelayMs = 700});
+  EXPECT_EQ(Ask("POS 0\n", 4), "") << "too late for the read time-out";
+  platform::Sleep(300);  // the late reply arrives; the next purge drops it
+
+  const size_t seen = line().CommandsSeen();
+  line().SetFaults(LineFaults{.stopAfterCommands = seen + 2});
+  EXPECT_EQ(Ask("POS 0\n", 4), "0 0\n");
+  EXPECT_EQ(Ask("POS 1\n", 4), "1 0\n");
+  EXPECT_EQ(Ask("POS 0\n", 4), "") << "quiet after N commands";
+  EXPECT_EQ(line().CommandsSeen(), seen + 3) << "the controller still takes them";
+}
+
+TEST_F(EmulationBenchTest, TheWireCanEchoWhatTheHostSends) {
+  line().SetWiring(LineWiring{.echo = true});
+  EXPECT_EQ(Ask("POS 0\n", 10), "POS 0\n0 0\n");
+  line().SetFaults(LineFaults{.silent = true});
+  EXPECT_EQ(Ask("POS 0\n", 10), "POS 0\n") << "the wire echoes even when the controller is silent";
+}
+
+TEST(EmulatedProtocolsTest, TheDemonstrationControllerIsServedByName) {
+  const emulation::EmulatedProtocol* demo = emulation::FindEmulatedProtocol("demo");
+  ASSERT_NE(demo, nullptr);
+  EXPECT_NE(demo->makeModel(), nullptr);
+  EXPECT_EQ(emulation::FindEmulatedProtocol("nonesuch"), nullptr);
+  EXPECT_EQ(emulation::FindEmulatedProtocol(nullptr), nullptr);
+}
+
+}  // namespace
+}  // namespace scopemount::testing

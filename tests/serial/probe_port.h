@@ -1,0 +1,56 @@
+// A serial port with a simple reply reader (a fixed number of bytes) that
+// records the order of its hooks, for exercising the port's own sequence.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "serial/serial_port.h"
+
+namespace scopemount::testing {
+
+// What the probe's reader returns when the reply was short, so tests can
+// see Exchange pass the reader's own result on.
+inline constexpr uint32_t PROBE_SHORT_REPLY = 9;
+
+class ProbePort : public SerialPort {
+ public:
+  using SerialPort::CheckLine;
+  using SerialPort::ClearRts;
+  using SerialPort::IsCtsHigh;
+  using SerialPort::Read;
+  using SerialPort::ReleaseLine;
+  using SerialPort::SetBaudRate;
+  using SerialPort::SetRts;
+  using SerialPort::TakeLine;
+
+  // Bytes the next replies are expected to have.
+  std::atomic<uint32_t> replyLength{0};
+  std::atomic<uint32_t> lastReadCount{0};
+  std::atomic<bool> refuseAfterSend{false};
+  // Hook letters in call order: B(egin) S(end) A(fterSend) R(eceive) E(nd).
+  std::string hooks;
+
+ protected:
+  uint32_t BeginExchange() override {
+    hooks += 'B';
+    return SerialPort::BeginExchange();
+  }
+  uint32_t Send(const uint8_t* bytes, uint32_t count) override {
+    hooks += 'S';
+    return SerialPort::Send(bytes, count);
+  }
+  uint32_t AfterSend() override {
+    hooks += 'A';
+    return refuseAfterSend ? 0 : 1;
+  }
+  uint32_t ReceiveReply(uint8_t* reply) override {
+    hooks += 'R';
+    lastReadCount = Read(reply, replyLength);
+    return lastReadCount == replyLength ? EXCHANGE_OK : PROBE_SHORT_REPLY;
+  }
+  void EndExchange() override { hooks += 'E'; }
+};
+
+}  // namespace scopemount::testing

@@ -1,0 +1,180 @@
+// The serial port's own sequence, time-outs and modem lines, with an
+// emulated controller behind the real port code on the fast test clock.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "demo_controller.h"
+#include "support/emulated_port.h"
+#include "interface/port_selection.h"
+#include "platform/port_names.h"
+#include "serial/probe_port.h"
+#include "support/test_clock.h"
+
+namespace scopemount::testing {
+namespace {
+
+using emulation::DemoController;
+using emulation::LineFaults;
+using emulation::LineWiring;
+
+std::string Text(const uint8_t* bytes, size_t count) {
+  return std::string(reinterpret_cast<const char*>(bytes), count);
+}
+
+std::string Text(const std::vector<uint8_t>& bytes) { return Text(bytes.data(), bytes.size()); }
+
+const uint8_t* Bytes(const char* text) { return reinterpret_cast<const uint8_t*>(text); }
+
+class SerialPortTest : public ::testing::Test {
+ protected:
+  // Sends a demonstration command; `replyLength` bytes are expected back.
+  uint32_t Ask(ProbePort& port, const std::string& command, uint32_t replyLength) {
+    port.replyLength = replyLength;
+    reply_.fill(0);
+    return port.Exchange(Bytes(command.c_str()), static_cast<uint32_t>(command.size()),
+                         reply_.data());
+  }
+  std::string Reply(uint32_t count) const { return Text(reply_.data(), count); }
+  uint64_t Now() const { return platform::ActiveClock().NowMs(); }
+
+  ScopedTestClock clock_{10.0};
+  EmulatedPort emulated_{std::make_unique<DemoController>()};
+  std::array<uint8_t, 2048> reply_{};
+};
+
+TEST_F(SerialPortTest, OpensTheSelectedPortOnceWithTheLineSettingsOfAFreshPort) {
+  ASSERT_TRUE(platform::BindPortPath(7, "/dev/emulated-seven"));
+  SetPortNumber(7);
+  emulated_.line().SetHostRts(true);
+  {
+    ProbePort port;
+    EXPECT_TRUE(port.IsOpen());
+    EXPECT_EQ(emulated_.LastOpenedPath(), "/dev/emulated-seven");
+    EXPECT_EQ(emulated_.baudRate, 9600u) << "the default rate until the protocol sets its own";
+    EXPECT_FALSE(emulated_.line().IsHostRtsHigh()) << "RTS starts low";
+
+    EXPECT_TRUE(port.SetBaudRate(4800));
+    EXPECT_EQ(emulated_.baudRate, 4800u);
+
+    SetPortNumber(3);  // read once: a later choice changes nothing for this port
+    EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_OK);
+    EXPECT_EQ(emulated_.opens, 1);
+  }
+  ASSERT_TRUE(platform::BindPortPath(7, nullptr));
+  SetPortNumber(DEFAULT_PORT_NUMBER);
+  ProbePort unbound;
+  EXPECT_EQ(emulated_.LastOpenedPath(), "/dev/ttyS2");
+}
+
+TEST_F(SerialPortTest, ExchangeRunsTheHooksInOrderAndPassesTheReplyBack) {
+  ProbePort port;
+  EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_OK);
+  EXPECT_EQ(Text(emulated_.line().TakeHostBytes()), "POS 0\n") << "exact bytes on the wire";
+  EXPECT_EQ(Reply(4), "0 0\n");
+  EXPECT_EQ(port.hooks, "BSARE");
+  EXPECT_EQ(port.lastSendLength, 6u);
+  EXPECT_EQ(emulated_.purges, 1) << "one purge before the command";
+
+  port.hooks.clear();
+  port.refuseAfterSend = true;
+  EXPECT_EQ(Ask(port, "STAT 1\n", 4), EXCHANGE_NOT_SENT) << "AfterSend refused: no reply read";
+  EXPECT_EQ(port.hooks, "BSAE");
+}
+
+TEST_F(SerialPortTest, StaleBytesAreDroppedBeforeTheCommandIsWritten) {
+  ProbePort port;
+  const char stale[] = "1 99\nOK\n";
+  emulated_.line().InjectFromController(Bytes(stale), sizeof stale - 1);
+  EXPECT_EQ(Ask(port, "POS 1\n", 4), EXCHANGE_OK);
+  EXPECT_EQ(Reply(4), "1 0\n");
+}
+
+TEST_F(SerialPortTest, AMissingReplyCostsTheReadTimeOutAndLeavesTheLineFree) {
+  ProbePort port;
+  emulated_.line().SetFaults(LineFaults{.silent = true});
+  const uint32_t asked = 100;
+  const uint64_t start = Now();
+  EXPECT_EQ(Ask(port, "POS 0\n", asked), PROBE_SHORT_REPLY) << "the reader's own result";
+  const uint64_t elapsed = Now() - start;
+  EXPECT_GE(elapsed, 500u + 2 * asked);
+  EXPECT_LT(elapsed, 500u + 2 * asked + 300) << "about 500 ms + 2 ms a byte";
+  EXPECT_EQ(port.lastReadCount, 0u);
+
+  emulated_.line().SetFaults(LineFaults{});
+  const uint64_t again = Now();
+  EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_OK);
+  EXPECT_LT(Now() - again, 300u) << "the line is free at once";
+}
+
+TEST_F(SerialPortTest, ALateReplyWithinTheTimeOutIsRead) {
+  ProbePort port;
+  emulated_.line().SetFaults(LineFaults{.replyDelayMs = 300});
+  const uint64_t start = Now();
+  EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_OK);
+  EXPECT_GE(Now() - start, 300u);
+  EXPECT_EQ(Reply(4), "0 0\n");
+}
+
+TEST_F(SerialPortTest, AWriteThatCannotLeaveFailsWithoutReading) {
+  ProbePort port;
+  emulated_.stallWrites = true;
+  const uint64_t start = Now();
+  EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_NOT_SENT);
+  EXPECT_GE(Now() - start, 30u + 2 * 6) << "write time-out: 30 ms + 2 ms a byte";
+  EXPECT_EQ(port.hooks, "BSE");
+  EXPECT_EQ(port.lastSendLength, 6u);
+}
+
+TEST_F(SerialPortTest, CheckLineTellsWhetherTheCableLoopsRtsToCts) {
+  ProbePort port;
+  emulated_.line().SetWiring(LineWiring{.rtsLoopsToCts = true});
+  EXPECT_EQ(port.CheckLine(), 1u);
+  EXPECT_FALSE(emulated_.line().IsHostRtsHigh()) << "RTS dropped again after the probe";
+
+  emulated_.line().SetWiring(LineWiring{.rtsLoopsToCts = false});
+  EXPECT_EQ(port.CheckLine(), 0u);
+
+  emulated_.line().SetWiring(LineWiring{.rtsLoopsToCts = true, .ctsHeldHigh = true});
+  const uint64_t start = Now();
+  EXPECT_EQ(port.CheckLine(), 0u) << "CTS held by someone else the whole wait";
+  EXPECT_GE(Now() - start, 400u) << "40 waits of 10 ms";
+  EXPECT_FALSE(emulated_.line().IsHostRtsHigh()) << "RTS never raised";
+}
+
+TEST_F(SerialPortTest, APortThatDidNotOpenFailsEveryExchange) {
+  emulated_.refuseOpen = true;
+  ProbePort port;
+  EXPECT_FALSE(port.IsOpen());
+  EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_NOT_SENT);
+  EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_NOT_SENT);
+  EXPECT_EQ(port.CheckLine(), 0u);
+  EXPECT_FALSE(port.SetBaudRate(19200));
+  port.SetRts();
+  EXPECT_FALSE(port.IsCtsHigh());
+  EXPECT_TRUE(emulated_.line().TakeHostBytes().empty());
+}
+
+// The interval rule runs at wall speed: its 30 ms must stand clear of
+// scheduling noise.
+class SerialPortIntervalTest : public SerialPortTest {
+ protected:
+  ScopedTestClock wall_{1.0};
+};
+
+TEST_F(SerialPortIntervalTest, AReadEndsWhenThirtyMsPassBetweenTwoBytes) {
+  ProbePort port;
+  emulated_.line().SetFaults(LineFaults{.byteGapMs = 10});
+  EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_OK) << "bytes 10 ms apart are one reply";
+  EXPECT_EQ(Reply(4), "0 0\n");
+
+  emulated_.line().SetFaults(LineFaults{.byteGapMs = 80});
+  const uint64_t start = Now();
+  EXPECT_EQ(Ask(port, "POS 0\n", 4), PROBE_SHORT_REPLY);
+  EXPECT_EQ(port.lastReadCount, 1u) << "the read stops 30 ms after the first byte";
+  EXPECT_LT(Now() - start, 80u);
+}
+
+}  // namespace
+}  // namespace scopemount::testing

@@ -1,0 +1,92 @@
+// One exchange at a time across threads: a second command waits for the
+// line, and gives up with "busy" when the line stays taken for 2 s.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "demo_controller.h"
+#include "support/emulated_port.h"
+#include "serial/probe_port.h"
+#include "support/test_clock.h"
+
+namespace scopemount::testing {
+namespace {
+
+using emulation::DemoController;
+using emulation::LineFaults;
+
+class SerialPortThreadsTest : public ::testing::Test {
+ protected:
+  uint32_t Ask(const char* command, uint8_t* reply) {
+    return port_.Exchange(reinterpret_cast<const uint8_t*>(command),
+                          static_cast<uint32_t>(std::char_traits<char>::length(command)), reply);
+  }
+  std::string Wire() {
+    const std::vector<uint8_t> bytes = emulated_.line().TakeHostBytes();
+    return std::string(bytes.begin(), bytes.end());
+  }
+
+  ScopedTestClock clock_{20.0};
+  EmulatedPort emulated_{std::make_unique<DemoController>()};
+  ProbePort port_;
+};
+
+TEST_F(SerialPortThreadsTest, ASecondExchangeWaitsUntilTheFirstHasItsReply) {
+  port_.replyLength = 4;
+  emulated_.line().SetFaults(LineFaults{.replyDelayMs = 300});
+  uint8_t firstReply[8] = {};
+  uint8_t secondReply[8] = {};
+  std::atomic<uint32_t> first{99};
+  std::thread holder([&] { first = Ask("POS 0\n", firstReply); });
+  ASSERT_TRUE(WaitFor([&] { return emulated_.line().CommandsSeen() == 1; }));
+  const uint32_t second = Ask("POS 1\n", secondReply);
+  holder.join();
+  EXPECT_EQ(first, EXCHANGE_OK);
+  EXPECT_EQ(second, EXCHANGE_OK);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(firstReply), 4), "0 0\n");
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(secondReply), 4), "1 0\n");
+  EXPECT_EQ(Wire(), "POS 0\nPOS 1\n");
+  EXPECT_EQ(port_.hooks, "BSAREBSARE") << "the exchanges never interleave";
+}
+
+TEST_F(SerialPortThreadsTest, ALineTakenForMoreThanTwoSecondsGivesBusyAndSendsNothing) {
+  // Reading 1000 bytes of a reply that never comes holds the line 2.5 s.
+  port_.replyLength = 1000;
+  emulated_.line().SetFaults(LineFaults{.silent = true});
+  uint8_t longReply[1000] = {};
+  std::atomic<uint32_t> first{99};
+  std::thread holder([&] { first = Ask("POS 0\n", longReply); });
+  ASSERT_TRUE(WaitFor([&] { return emulated_.line().CommandsSeen() == 1; }));
+  uint8_t reply[8] = {};
+  EXPECT_EQ(Ask("POS 1\n", reply), EXCHANGE_LINE_BUSY);
+  holder.join();
+  EXPECT_EQ(first, PROBE_SHORT_REPLY);
+  EXPECT_EQ(Wire(), "POS 0\n") << "the busy command was never written";
+  EXPECT_EQ(emulated_.purges, 1) << "nor was the line touched";
+}
+
+TEST_F(SerialPortThreadsTest, TakingTheLineOutsideAnExchangeHoldsOffOtherThreads) {
+  port_.replyLength = 4;
+  ASSERT_TRUE(port_.TakeLine());
+  std::atomic<uint32_t> result{99};
+  std::thread other([&] {
+    uint8_t reply[8] = {};
+    result = Ask("POS 0\n", reply);
+  });
+  other.join();
+  EXPECT_EQ(result, EXCHANGE_LINE_BUSY);
+  EXPECT_FALSE(port_.TakeLine(100)) << "not re-entrant";
+  port_.ReleaseLine();
+  std::thread after([&] {
+    uint8_t reply[8] = {};
+    result = Ask("POS 0\n", reply);
+  });
+  after.join();
+  EXPECT_EQ(result, EXCHANGE_OK);
+}
+
+}  // namespace
+}  // namespace scopemount::testing

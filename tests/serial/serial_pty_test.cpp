@@ -1,0 +1,109 @@
+// The port over a real pseudo-terminal, with the bench serving the
+// demonstration controller at the other end.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "demo_controller.h"
+#include "support/emulated_port.h"
+#include "interface/port_selection.h"
+#include "platform/port_names.h"
+#include "serial/probe_port.h"
+#include "pty_host.h"
+#include "support/test_clock.h"
+
+namespace scopemount::testing {
+namespace {
+
+using emulation::DemoController;
+using emulation::LineFaults;
+
+constexpr int32_t PTY_PORT = 40;
+
+class SerialPtyTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(host_.Start());
+    ASSERT_TRUE(platform::BindPortPath(PTY_PORT, host_.Path().c_str()));
+    SetPortNumber(PTY_PORT);
+  }
+  void TearDown() override {
+    platform::BindPortPath(PTY_PORT, nullptr);
+    SetPortNumber(DEFAULT_PORT_NUMBER);
+  }
+  uint32_t Ask(ProbePort& port, const char* command, uint32_t replyLength) {
+    port.replyLength = replyLength;
+    return port.Exchange(reinterpret_cast<const uint8_t*>(command),
+                         static_cast<uint32_t>(std::char_traits<char>::length(command)), reply_);
+  }
+  std::string Reply(uint32_t count) const { return std::string(reinterpret_cast<const char*>(reply_), count); }
+
+  ScopedTestClock clock_{5.0};
+  LibraryClock libraryClock_;
+  DemoController model_;
+  emulation::EmulatedLine line_{model_, libraryClock_};
+  emulation::PtyHost host_{line_};
+  uint8_t reply_[64] = {};
+};
+
+TEST_F(SerialPtyTest, ExchangesRunOverAPseudoTerminal) {
+  ProbePort port;
+  ASSERT_TRUE(port.IsOpen());
+  EXPECT_TRUE(port.SetBaudRate(19200));
+  EXPECT_TRUE(port.SetBaudRate(4800));
+
+  EXPECT_EQ(Ask(port, "GOTO 1 -2000\n", 3), EXCHANGE_OK);
+  EXPECT_EQ(Reply(3), "OK\n");
+  EXPECT_EQ(Ask(port, "STAT 1\n", 4), EXCHANGE_OK);
+  EXPECT_EQ(Reply(4), "1 4\n") << "slewing, negative";
+  const std::vector<uint8_t> wire = line_.TakeHostBytes();
+  EXPECT_EQ(std::string(wire.begin(), wire.end()), "GOTO 1 -2000\nSTAT 1\n");
+}
+
+TEST_F(SerialPtyTest, LeftOversOfAnEarlierReplyAreGoneBeforeTheNextCommand) {
+  ProbePort port;
+  EXPECT_EQ(Ask(port, "POS 0\n", 2), EXCHANGE_OK) << "reads only half of \"0 0\\n\"";
+  EXPECT_EQ(Ask(port, "SET 0 77\n", 3), EXCHANGE_OK);
+  EXPECT_EQ(Reply(3), "OK\n");
+}
+
+TEST_F(SerialPtyTest, APseudoTerminalHasNoModemLines) {
+  ProbePort port;
+  port.SetRts();
+  EXPECT_FALSE(port.IsCtsHigh()) << "CTS reads low";
+  port.ClearRts();
+  EXPECT_EQ(port.CheckLine(), 0u) << "RTS does not come back";
+  EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_OK) << "and the line still works";
+}
+
+TEST_F(SerialPtyTest, ASilentControllerCostsTheReadTimeOut) {
+  ProbePort port;
+  line_.SetFaults(LineFaults{.silent = true});
+  const uint64_t start = platform::ActiveClock().NowMs();
+  EXPECT_EQ(Ask(port, "POS 0\n", 10), PROBE_SHORT_REPLY);
+  EXPECT_GE(platform::ActiveClock().NowMs() - start, 520u);
+  line_.SetFaults(LineFaults{});
+  EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_OK);
+}
+
+TEST_F(SerialPtyTest, APathThatIsNoSerialDeviceLeavesAPortThatFailsEveryExchange) {
+  ASSERT_TRUE(platform::BindPortPath(PTY_PORT, "/nonexistent/serial-line"));
+  ProbePort missing;
+  EXPECT_FALSE(missing.IsOpen());
+  EXPECT_EQ(Ask(missing, "POS 0\n", 4), EXCHANGE_NOT_SENT);
+
+  ASSERT_TRUE(platform::BindPortPath(PTY_PORT, "/dev/null"));
+  ProbePort notATerminal;
+  EXPECT_FALSE(notATerminal.IsOpen());
+}
+
+TEST_F(SerialPtyTest, ALineInUseByAnotherPortCannotBeOpenedAgain) {
+  ProbePort first;
+  ProbePort second;
+  EXPECT_TRUE(first.IsOpen());
+  EXPECT_FALSE(second.IsOpen());
+}
+
+}  // namespace
+}  // namespace scopemount::testing
