@@ -18,7 +18,7 @@ bool AllFinite(std::initializer_list<double> values) {
 
 // Axis-angle correction of the cone and non-perpendicularity terms at a
 // given axis-1 angle; one cosine and one tangent.
-double AxisZeroTermOffset(const PointingSnapshot& model, double axis1) {
+double AxisZeroTermOffset(const PointingConversion& model, double axis1) {
   return model.coneError / std::cos(axis1) + model.nonPerpError * std::tan(axis1);
 }
 
@@ -33,8 +33,8 @@ Mount::~Mount() { WaitForWorkerIdle(); }
 
 int32_t Mount::SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTerms) {
   sky->lon = NormalizeAngle(sky->lon);
-  const PointingSnapshot model = pointing.Load();
-  *axes = TransformDirection(model.skyToAxes, *sky);
+  const PointingConversion model = pointing.LoadConversion(ConversionDirection::SkyToAxes);
+  *axes = TransformDirection(model.matrix, *sky);
   if (applyTerms != 0) {
     // The axis-0 terms use the axis-1 angle before the index error is removed.
     axes->lon -= AxisZeroTermOffset(model, axes->lat);
@@ -44,12 +44,12 @@ int32_t Mount::SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTerms) {
 }
 
 int32_t Mount::AxesToSky(AnglePair* axes, AnglePair* sky, int applyTerms) {
-  const PointingSnapshot model = pointing.Load();
+  const PointingConversion model = pointing.LoadConversion(ConversionDirection::AxesToSky);
   if (applyTerms != 0) {
     axes->lat += model.indexError;
     axes->lon += AxisZeroTermOffset(model, axes->lat);
   }
-  *sky = TransformDirection(model.axesToSky, *axes);
+  *sky = TransformDirection(model.matrix, *axes);
   return Ok;
 }
 
@@ -316,10 +316,10 @@ int32_t Mount::GetHorizontalPosition(AnglePair* horizontal) {
   if (horizontal == nullptr) return InvalidParameter;
   ReadAxisPosition(0);
   ReadAxisPosition(1);
-  const PointingSnapshot model = pointing.Load();
+  const PointingConversion model = pointing.LoadConversion(ConversionDirection::AxesToSky);
   const double a1 = axisPosition[1] + model.indexError;
   const double a0 = axisPosition[0] + AxisZeroTermOffset(model, a1);
-  const AnglePair sky = TransformDirection(model.axesToSky, {a0, a1});
+  const AnglePair sky = TransformDirection(model.matrix, {a0, a1});
   horizontal->lat = ComputeAltitude(sky);
   horizontal->lon = ComputeAzimuth(sky);
   return Ok;

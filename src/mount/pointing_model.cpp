@@ -8,6 +8,10 @@ namespace {
 
 // Order of the values: skyToAxes row-major, axesToSky row-major, then the
 // index, cone and non-perpendicularity terms.
+constexpr int SKY_TO_AXES_AT = 0;
+constexpr int AXES_TO_SKY_AT = 9;
+constexpr int TERMS_AT = 18;
+
 template <typename Visit>
 void ForEachValue(Visit&& visit, PointingSnapshot& s) {
   int k = 0;
@@ -25,19 +29,43 @@ void ForEachValue(Visit&& visit, PointingSnapshot& s) {
 
 PointingModel::PointingModel() { Publish(PointingSnapshot{}); }
 
-PointingSnapshot PointingModel::Load() const {
-  PointingSnapshot snapshot;
+template <typename Read>
+void PointingModel::ReadConsistently(Read&& read) const {
   for (;;) {
     const uint32_t before = sequence_.load(std::memory_order_acquire);
     if ((before & 1u) != 0) {
       std::this_thread::yield();  // a writer is halfway; it finishes quickly
       continue;
     }
+    read();
+    std::atomic_thread_fence(std::memory_order_acquire);
+    if (sequence_.load(std::memory_order_relaxed) == before) return;
+  }
+}
+
+PointingSnapshot PointingModel::Load() const {
+  PointingSnapshot snapshot;
+  ReadConsistently([&] {
     ForEachValue([this](int k, double& v) { v = values_[k].load(std::memory_order_relaxed); },
                  snapshot);
-    std::atomic_thread_fence(std::memory_order_acquire);
-    if (sequence_.load(std::memory_order_relaxed) == before) return snapshot;
-  }
+  });
+  return snapshot;
+}
+
+PointingConversion PointingModel::LoadConversion(ConversionDirection direction) const {
+  const int first = direction == ConversionDirection::SkyToAxes ? SKY_TO_AXES_AT : AXES_TO_SKY_AT;
+  PointingConversion conversion;
+  ReadConsistently([&] {
+    for (int i = 0; i < 3; ++i) {
+      for (int j = 0; j < 3; ++j) {
+        conversion.matrix.at(i, j) = values_[first + 3 * i + j].load(std::memory_order_relaxed);
+      }
+    }
+    conversion.indexError = values_[TERMS_AT].load(std::memory_order_relaxed);
+    conversion.coneError = values_[TERMS_AT + 1].load(std::memory_order_relaxed);
+    conversion.nonPerpError = values_[TERMS_AT + 2].load(std::memory_order_relaxed);
+  });
+  return conversion;
 }
 
 void PointingModel::Store(const PointingSnapshot& snapshot) {

@@ -22,11 +22,24 @@ struct PointingSnapshot {
   double nonPerpError = 0.0;
 };
 
+// One direction of the model: what a single conversion needs.
+struct PointingConversion {
+  Matrix3 matrix{1.0};
+  double indexError = 0.0;
+  double coneError = 0.0;
+  double nonPerpError = 0.0;
+};
+
+enum class ConversionDirection { SkyToAxes, AxesToSky };
+
 class PointingModel {
  public:
   PointingModel();
 
   PointingSnapshot Load() const;
+  // Reads only one matrix and the terms: the conversions run on every status
+  // poll and slew pass, so they copy no more than they use.
+  PointingConversion LoadConversion(ConversionDirection direction) const;
   void Store(const PointingSnapshot& snapshot);
 
   // Applies `change` to the current model as one update.
@@ -42,6 +55,9 @@ class PointingModel {
   static constexpr int VALUE_COUNT = 9 + 9 + 3;
 
   void Publish(const PointingSnapshot& snapshot);
+  // Runs `read` until it saw no writer at work; returns when consistent.
+  template <typename Read>
+  void ReadConsistently(Read&& read) const;
 
   std::mutex writer_;
   std::atomic<uint32_t> sequence_{0};
