@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Installs the Debian packages a build needs, only those that are missing.
+#   scripts/install-deps.sh [build|test|bench]...   (default: build)
+# "build" is the library and the command-line program, "test" adds the test
+# frameworks, "bench" the benchmark library.
+set -euo pipefail
+
+packages=(cmake ninja-build g++ pkg-config binutils libcli11-dev liberfa-dev libbluetooth-dev)
+for need in "${@:-build}"; do
+  case "$need" in
+    build) ;;
+    test) packages+=(libgtest-dev libgmock-dev) ;;
+    bench) packages+=(libbenchmark-dev) ;;
+    *) echo "install-deps: unknown set '$need' (build, test or bench)" >&2; exit 2 ;;
+  esac
+done
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing: ${missing[*]}"
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+  command -v sudo >/dev/null || { echo "install-deps: need root (or sudo) to install ${missing[*]}" >&2; exit 1; }
+  sudo=sudo
+fi
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
