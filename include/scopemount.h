@@ -259,6 +259,11 @@ SCOPEMOUNT_API double ScopeAngularSeparation(double lon1, double lat1, double lo
  * or empty path unbinds it. Unbound port N opens /dev/ttyS<N>. 0, or 4. */
 SCOPEMOUNT_API int32_t ScopeSetPortPath(int32_t port, const char *path);
 
+/* Extension (no ordinal): release a port that ScopeRegisterBluetoothPort
+ * registered, given the handle it handed back; its index opens its ordinary
+ * device again. 0, or 4 for a handle it does not know (null included). */
+SCOPEMOUNT_API int32_t ScopeReleaseBluetoothPort(ScopeDeviceHandle deviceHandle);
+
 #ifdef __cplusplus
 }
 #endif

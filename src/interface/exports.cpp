@@ -21,8 +21,6 @@ using scopemount::StarObservation;
 
 namespace {
 
-constexpr int32_t NO_BLUETOOTH_PORT = -1;
-
 AnglePair PairAt(const double* p) { return {p[0], p[1]}; }
 
 void StorePair(const AnglePair& pair, double* p) {
@@ -92,11 +90,6 @@ int32_t ScopeIsEquatorial(void) {
 
 void ScopeSetComPort(int32_t port) {
   if (port >= 0 && port <= scopemount::MAX_PORT_NUMBER) scopemount::SetPortNumber(port);
-}
-
-int32_t ScopeRegisterBluetoothPort(uint32_t, uint32_t, int32_t, ScopeDeviceHandle*) {
-  // No Bluetooth port driver in this build: nothing can be registered.
-  return NO_BLUETOOTH_PORT;
 }
 
 int32_t ScopeRateFirstStar(double* star) {

@@ -1,0 +1,165 @@
+// Registering a Bluetooth serial port: the index search, the open test and
+// what is left behind, over a replaced port driver.
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "interface/port_selection.h"
+#include "platform/bluetooth_port_driver.h"
+#include "platform/port_names.h"
+#include "scopemount.h"
+
+namespace scopemount::testing {
+namespace {
+
+using platform::BluetoothPortHandle;
+using platform::BluetoothPortParams;
+
+constexpr BluetoothPortHandle HANDLE_BASE = 100;
+const char* const UNOPENABLE = "/nonexistent/bluetooth-port";
+
+// Creates ports where a path is given (the empty path refuses the index)
+// and records what it was asked.
+class FakePortDriver final : public platform::BluetoothPortDriver {
+ public:
+  FakePortDriver() { platform::UseBluetoothPortDriver(this); }
+  ~FakePortDriver() override { platform::UseBluetoothPortDriver(nullptr); }
+
+  BluetoothPortHandle CreatePort(int32_t index, const BluetoothPortParams& params, char* path,
+                                 size_t size) override {
+    indexes.push_back(index);
+    lastParams = params;
+    if (index < 0 || index >= 10 || paths[index].empty()) return platform::NO_BLUETOOTH_PORT_HANDLE;
+    std::snprintf(path, size, "%s", paths[index].c_str());
+    live.push_back(HANDLE_BASE + index);
+    return HANDLE_BASE + index;
+  }
+
+  int32_t ReleasePort(BluetoothPortHandle handle) override {
+    for (auto it = live.begin(); it != live.end(); ++it) {
+      if (*it == handle) {
+        live.erase(it);
+        released.push_back(handle);
+        return static_cast<int32_t>(handle - HANDLE_BASE);
+      }
+    }
+    return -1;
+  }
+
+  std::array<std::string, 10> paths;
+  std::vector<int32_t> indexes;
+  std::vector<BluetoothPortHandle> live;
+  std::vector<BluetoothPortHandle> released;
+  BluetoothPortParams lastParams;
+};
+
+// A pseudo-terminal whose far end stands for a port that opens.
+class OpenablePort {
+ public:
+  OpenablePort() {
+    master_ = posix_openpt(O_RDWR | O_NOCTTY);
+    char name[128] = "";
+    if (master_ >= 0 && grantpt(master_) == 0 && unlockpt(master_) == 0 &&
+        ptsname_r(master_, name, sizeof name) == 0) {
+      path_ = name;
+    }
+  }
+  ~OpenablePort() {
+    if (master_ >= 0) close(master_);
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  int master_ = -1;
+  std::string path_;
+};
+
+std::string PathOf(int32_t port) {
+  char path[platform::MAX_PORT_PATH + 1];
+  EXPECT_TRUE(platform::PortDevicePath(port, path, sizeof path));
+  return path;
+}
+
+class BluetoothRegistrationTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_FALSE(openable_.path().empty()); }
+  void TearDown() override {
+    for (int32_t port = 0; port < 10; ++port) platform::BindPortPath(port, nullptr);
+    SetPortNumber(DEFAULT_PORT_NUMBER);
+  }
+
+  FakePortDriver driver_;
+  OpenablePort openable_;
+  ScopeDeviceHandle handle_ = reinterpret_cast<ScopeDeviceHandle>(0x5A5A);
+};
+
+TEST_F(BluetoothRegistrationTest, TakesTheFirstIndexThatRegistersAndOpens) {
+  driver_.paths[2] = UNOPENABLE;  // 0 and 1 refused, 2 registers but does not open
+  driver_.paths[3] = openable_.path();
+  driver_.paths[4] = openable_.path();
+  EXPECT_EQ(ScopeRegisterBluetoothPort(1, 2, 3, &handle_), 3);
+  EXPECT_EQ(driver_.indexes, (std::vector<int32_t>{0, 1, 2, 3})) << "indexes tried in order";
+  EXPECT_EQ(driver_.released, std::vector<BluetoothPortHandle>{HANDLE_BASE + 2})
+      << "the port that failed its open test is removed";
+  EXPECT_EQ(reinterpret_cast<BluetoothPortHandle>(handle_), HANDLE_BASE + 3);
+  EXPECT_EQ(PortNumber(), 3) << "the next connection uses it";
+  EXPECT_EQ(PathOf(3), openable_.path());
+  EXPECT_EQ(PathOf(2), "/dev/ttyS2") << "the failed index keeps its own device";
+}
+
+TEST_F(BluetoothRegistrationTest, SendsTheAddressLowWordFirstAndTheChannelsLowByte) {
+  driver_.paths[0] = openable_.path();
+  EXPECT_EQ(ScopeRegisterBluetoothPort(0x33221100u, 0x00005544u, 0x105, nullptr), 0)
+      << "a null handle pointer still registers";
+  EXPECT_EQ(driver_.lastParams.device, 0x554433221100u);
+  EXPECT_EQ(driver_.lastParams.channel, 5u);
+  EXPECT_EQ(PortNumber(), 0);
+
+  ASSERT_EQ(ScopeReleaseBluetoothPort(reinterpret_cast<ScopeDeviceHandle>(HANDLE_BASE)), SCOPE_OK);
+  EXPECT_EQ(ScopeRegisterBluetoothPort(0, 0, -1, nullptr), 0);
+  EXPECT_EQ(driver_.lastParams.channel, 0xFFu);
+}
+
+TEST_F(BluetoothRegistrationTest, WhenEveryIndexFailsNothingIsLeftRegistered) {
+  ScopeSetComPort(7);
+  for (int32_t port = 0; port < 10; port += 2) driver_.paths[port] = UNOPENABLE;
+  EXPECT_EQ(ScopeRegisterBluetoothPort(1, 2, 3, &handle_), -1);
+  EXPECT_EQ(driver_.indexes.size(), 10u);
+  EXPECT_TRUE(driver_.live.empty()) << "every registered port removed again";
+  EXPECT_EQ(PortNumber(), 7);
+  EXPECT_EQ(handle_, reinterpret_cast<ScopeDeviceHandle>(0x5A5A)) << "the handle is not written";
+  EXPECT_EQ(PathOf(4), "/dev/ttyS4");
+}
+
+TEST_F(BluetoothRegistrationTest, ReleasingGivesTheIndexItsOwnDeviceBack) {
+  driver_.paths[0] = openable_.path();
+  ASSERT_EQ(ScopeRegisterBluetoothPort(1, 2, 3, &handle_), 0);
+  EXPECT_EQ(ScopeReleaseBluetoothPort(handle_), SCOPE_OK);
+  EXPECT_EQ(PathOf(0), "/dev/ttyS0");
+  EXPECT_EQ(ScopeReleaseBluetoothPort(handle_), SCOPE_INVALID_PARAMETER) << "already released";
+  EXPECT_EQ(ScopeReleaseBluetoothPort(nullptr), SCOPE_INVALID_PARAMETER);
+}
+
+// The kernel's binding, as this machine allows it: without Bluetooth or the
+// privilege to bind, registration finds no index; it never crashes.
+TEST(RfcommPortDriverTest, RegistrationWithoutSupportOrPrivilegesFailsCleanly) {
+  ScopeDeviceHandle handle = nullptr;
+  const int32_t index = ScopeRegisterBluetoothPort(0x33221100u, 0x5544u, 1, &handle);
+  EXPECT_TRUE(index == -1 || (index >= 0 && index < 10));
+  if (index >= 0) {
+    EXPECT_EQ(ScopeReleaseBluetoothPort(handle), SCOPE_OK);
+  }
+  EXPECT_EQ(ScopeReleaseBluetoothPort(reinterpret_cast<ScopeDeviceHandle>(77)),
+            SCOPE_INVALID_PARAMETER);
+  SetPortNumber(DEFAULT_PORT_NUMBER);
+}
+
+}  // namespace
+}  // namespace scopemount::testing
