@@ -1,0 +1,80 @@
+// Exchanges allocate nothing: counted with the global allocator replaced in
+// this program, on the exchanging thread only (the pseudo-terminal's far
+// end runs on its own thread and may allocate as it likes).
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+
+#include "demo_controller.h"
+#include "emulated_line.h"
+#include "interface/port_selection.h"
+#include "platform/port_names.h"
+#include "pty_host.h"
+#include "serial/serial_port.h"
+
+namespace {
+
+thread_local bool counting = false;
+thread_local size_t allocations = 0;
+
+void* Allocate(size_t size) {
+  if (counting) ++allocations;
+  if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
+  throw std::bad_alloc();
+}
+
+}  // namespace
+
+void* operator new(size_t size) { return Allocate(size); }
+void* operator new[](size_t size) { return Allocate(size); }
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, size_t) noexcept { std::free(memory); }
+
+namespace scopemount {
+namespace {
+
+constexpr int32_t PTY_PORT = 41;
+
+// Reads a reply of a known length, as the fixed-length protocols do.
+class FixedReplyPort final : public SerialPort {
+ public:
+  uint32_t replyLength = 0;
+
+ protected:
+  uint32_t ReceiveReply(uint8_t* reply) override {
+    return Read(reply, replyLength) == replyLength ? EXCHANGE_OK : EXCHANGE_NOT_SENT;
+  }
+};
+
+TEST(ExchangeAllocationTest, ExchangesAllocateNothing) {
+  emulation::WallClock clock;
+  emulation::DemoController model;
+  emulation::EmulatedLine line(model, clock);
+  emulation::PtyHost host(line);
+  ASSERT_TRUE(host.Start());
+  ASSERT_TRUE(platform::BindPortPath(PTY_PORT, host.Path().c_str()));
+  SetPortNumber(PTY_PORT);
+  FixedReplyPort port;
+  ASSERT_TRUE(port.IsOpen());
+
+  const uint8_t command[] = "POS 0\n";
+  uint8_t reply[8] = {};
+  port.replyLength = 4;
+  counting = true;
+  uint32_t failures = 0;
+  for (int i = 0; i < 50; ++i) {
+    if (port.Exchange(command, sizeof command - 1, reply) != EXCHANGE_OK) ++failures;
+  }
+  counting = false;
+  EXPECT_EQ(failures, 0u);
+  EXPECT_EQ(allocations, 0u);
+
+  platform::BindPortPath(PTY_PORT, nullptr);
+  SetPortNumber(DEFAULT_PORT_NUMBER);
+}
+
+}  // namespace
+}  // namespace scopemount
