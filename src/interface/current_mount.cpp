@@ -1,5 +1,6 @@
 #include "interface/current_mount.h"
 
+#include <atomic>
 #include <new>
 
 #include "interface/messages.h"
@@ -12,16 +13,20 @@ namespace {
 // have no factory yet, and connecting them reports NotImplemented.
 MountFactory modelFactories[MODEL_COUNT] = {};
 
-std::unique_ptr<Mount> currentMount;
+// The library's reference to the connected mount. Worker threads hold
+// references of their own (see Mount's lifetime), so disconnecting stops the
+// workers with bounded waits and drops this reference; a worker that was
+// late to end frees the mount itself and never touches freed memory.
+std::atomic<Mount*> currentMount{nullptr};
 
 }  // namespace
 
-Mount* CurrentMount() { return currentMount.get(); }
+Mount* CurrentMount() { return currentMount.load(std::memory_order_acquire); }
 
 int32_t ConnectMount(int32_t model, double latitude, double elevation) {
-  if (currentMount) {
-    if (currentMount->modelId != model) return AlreadyConnected;
-    currentMount->SetSite(latitude, elevation);
+  if (Mount* connected = CurrentMount()) {
+    if (connected->modelId != model) return AlreadyConnected;
+    connected->SetSite(latitude, elevation);
     return Ok;
   }
   if (static_cast<uint32_t>(model) >= static_cast<uint32_t>(MODEL_COUNT)) return InvalidMountId;
@@ -35,10 +40,11 @@ int32_t ConnectMount(int32_t model, double latitude, double elevation) {
   }
   // Out of memory has no code of its own; the mount simply is not there.
   if (!mount) return NotImplemented;
-  currentMount = std::move(mount);
+  Mount* connected = mount.release();
+  currentMount.store(connected, std::memory_order_release);
   // A site out of range is not reported here; SetSite keeps what it took.
-  currentMount->SetSite(latitude, elevation);
-  const int32_t opened = currentMount->OpenMount();
+  connected->SetSite(latitude, elevation);
+  const int32_t opened = connected->OpenMount();
   if (opened != Ok) {
     DisconnectMount();
     return opened;
@@ -46,7 +52,10 @@ int32_t ConnectMount(int32_t model, double latitude, double elevation) {
   return Ok;
 }
 
-void DisconnectMount() { currentMount.reset(); }
+void DisconnectMount() {
+  Mount* connected = currentMount.exchange(nullptr, std::memory_order_acq_rel);
+  if (connected != nullptr) MountReleaser()(connected);
+}
 
 MountFactory ReplaceModelFactory(int32_t model, MountFactory factory) {
   if (static_cast<uint32_t>(model) >= static_cast<uint32_t>(MODEL_COUNT)) return nullptr;

@@ -4,6 +4,10 @@
 #include <initializer_list>
 
 #include "mount/alignment_record.h"
+#include "mount/motion_workers.h"
+#include "mount/star_alignment.h"
+#include "mount/tracking_workers.h"
+#include "platform/clock.h"
 
 namespace scopemount {
 
@@ -27,6 +31,37 @@ double AxisZeroTermOffset(const PointingConversion& model, double axis1) {
 Mount::Mount() { Mount::ResetTransform(); }
 
 Mount::~Mount() { WaitForWorkerIdle(); }
+
+// ---------------------------------------------------------------------------
+// Lifetime
+
+void Mount::Retain() { references_.fetch_add(1, std::memory_order_relaxed); }
+
+void Mount::Release() {
+  if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+}
+
+void Mount::StopWorkersForRelease() {
+  releasing = 1;
+  // Clearing the run flags is StopAxis for every worker at once: a slew
+  // stops both axes and ends, a backlash take-up ends early.
+  axisRunFlag[0] = 0;
+  axisRunFlag[1] = 0;
+  if (trackingLoop_ != nullptr) trackingLoop_->Halt();
+  WaitForWorkerIdle();
+}
+
+bool Mount::StartWorker(platform::ThreadEntry entry, void* parameter,
+                        platform::ThreadPriority priority) {
+  if (releasing == 1) return false;
+  Retain();
+  if (!platform::StartThread(entry, parameter, priority)) {
+    Release();
+    return false;
+  }
+  ++workerStarts;
+  return true;
+}
 
 // ---------------------------------------------------------------------------
 // Conversions
@@ -137,11 +172,17 @@ int32_t Mount::RateThirdStar(AnglePair, AnglePair, AnglePair star3) {
   return RateAlignmentStar(star3);
 }
 
-// The alignment fits are not part of this build yet.
-int32_t Mount::AlignOneStar(AnglePair, AnglePair) { return NotImplemented; }
-int32_t Mount::AlignTwoStars(StarObservation, StarObservation) { return NotImplemented; }
-int32_t Mount::AlignThreeStars(StarObservation, StarObservation, StarObservation) {
-  return NotImplemented;
+int32_t Mount::AlignOneStar(AnglePair sky, AnglePair axes) {
+  return AlignOnOneStar(*this, sky, axes);
+}
+
+int32_t Mount::AlignTwoStars(StarObservation first, StarObservation second) {
+  return AlignOnTwoStars(*this, first, second);
+}
+
+int32_t Mount::AlignThreeStars(StarObservation first, StarObservation second,
+                               StarObservation third) {
+  return AlignOnThreeStars(*this, first, second, third);
 }
 
 int32_t Mount::GetAlignmentData(uint8_t* record) {
@@ -185,8 +226,10 @@ int32_t Mount::MoveAxis(uint32_t axis, double rate) {
     StopAxis(axis);
     return Ok;
   }
-  // Manual motion runs on the axis-motion worker, not part of this build yet.
-  return NotImplemented;
+  axisRunFlag[axis] = 1;
+  ClearTrackingBit();
+  axisRate[axis] = rate;
+  return StartAxisMotion(*this, axis);
 }
 
 int32_t Mount::StopAxis(uint32_t axis) {
@@ -196,24 +239,38 @@ int32_t Mount::StopAxis(uint32_t axis) {
   return StopAxisMotor(axis);
 }
 
-// GOTOs run on the slew workers, not part of this build yet; the checks that
-// come before a worker starts already hold.
 int32_t Mount::GotoEquatorial(AnglePair sky) {
   if (!AllFinite({sky.lon, sky.lat})) return InvalidParameter;
   const double altitude = ComputeAltitude(sky);
   if (altitude > altitudeUpperLimit) return TargetTooHigh;
   if (altitude < altitudeLowerLimit) return TargetTooLow;
-  return NotImplemented;
+  gotoTarget[0] = sky.lon;
+  gotoTarget[1] = sky.lat;
+  gotoStartTick = platform::TickCount();
+  axisRunFlag[0] = 1;
+  axisRunFlag[1] = 1;
+  ClearTrackingBit();
+  trackingWanted = 0;
+  return StartEquatorialSlew(*this);
 }
 
 int32_t Mount::GotoHorizontal(double azimuth, double altitude) {
   if (!AllFinite({azimuth, altitude})) return InvalidParameter;
   if (altitude > altitudeUpperLimit) return TargetTooHigh;
   if (altitude < altitudeLowerLimit) return TargetTooLow;
-  return NotImplemented;
+  // The conversion counts the azimuth from south.
+  const double fromSouth = azimuth >= 0.0 ? azimuth - PI : azimuth + PI;
+  AnglePair sky = HorizontalToEquatorial({fromSouth, altitude});
+  AnglePair axes;
+  SkyToAxes(&sky, &axes, 1);
+  return StartAxisTargetSlew(*this, axes.lon, axes.lat);
 }
 
-int32_t Mount::GotoAxes(double, double) { return NotImplemented; }
+// The geometry layers start the axis-target slew (StartAxisTargetSlew).
+int32_t Mount::GotoAxes(double angle0, double angle1) {
+  if (!AllFinite({angle0, angle1})) return InvalidParameter;
+  return NotImplemented;
+}
 
 int32_t Mount::SyncHome() {
   if (isEquatorial == 1) {

@@ -16,14 +16,18 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 #include "celestial/angles.h"
 #include "celestial/matrix3.h"
 #include "mount/mount_error.h"
 #include "mount/pointing_model.h"
 #include "platform/event.h"
+#include "platform/thread.h"
 
 namespace scopemount {
+
+class AltAzTracking;
 
 // A star as the sky has it and as the mount's axes saw it when centred.
 struct StarObservation {
@@ -60,13 +64,38 @@ inline constexpr int32_t TRACKING_SOLAR = 2;
 inline constexpr int32_t BEST_STAR_SCORE = 5;
 inline constexpr uint32_t ALIGNED_QUALITY = 100;
 
+// Lifetime. A mount is shared between its owner (the library's current
+// mount, or a test) and every worker thread running on it: the owner holds
+// one reference from construction, each worker one from just before its
+// thread starts until its last statement. Releasing a mount is two steps:
+// StopWorkersForRelease asks every worker to end within the design's waits
+// (the Alt/Az tracking loop 3000 ms, a motion worker 2000 ms), then Release
+// drops the owner's reference. Whoever drops the last reference deletes the
+// object: the owner in the normal case, or a worker that was late to see the
+// request, so no worker ever touches a freed mount and releasing never waits
+// longer than those two waits.
 class Mount {
  public:
   Mount();
   Mount(const Mount&) = delete;
   Mount& operator=(const Mount&) = delete;
-  // Asks a running motion worker to give up (waiting at most 2000 ms).
+  // Asks a running motion worker to give up (waiting at most 2000 ms); by
+  // the time the last reference goes, none runs and this returns at once.
   virtual ~Mount();
+
+  // --- Lifetime (see above) -----------------------------------------------
+  void Retain();
+  // Deletes the object when this was the last reference.
+  void Release();
+  // Refuses new workers and asks running ones to end; bounded waits.
+  void StopWorkersForRelease();
+  // Starts entry(parameter) on a new thread holding a reference to this
+  // mount (the entry ends with ReleaseWorkerReference). False, with nothing
+  // started, when the thread cannot be created or the mount is being released.
+  bool StartWorker(platform::ThreadEntry entry, void* parameter,
+                   platform::ThreadPriority priority);
+  // Lets the Alt/Az tracking loop of a geometry layer be halted on release.
+  void AttachTrackingLoop(AltAzTracking* tracking) { trackingLoop_ = tracking; }
 
   // --- Conversions between sky positions and axis angles ---------------
   // The return values carry nothing; callers ignore them. Both write the
@@ -193,7 +222,31 @@ class Mount {
   std::atomic<uint32_t> trackingWanted{0};
   std::atomic<double> trackStartSky[AXIS_COUNT]{0.0, 0.0};
   std::atomic<uint32_t> trackStartTick{0};
+
+  // 1 from the start of a release: no worker starts, running ones end.
+  std::atomic<uint32_t> releasing{0};
+  // 1 while a motion worker holds the axes. workerIdleEvent is manual-reset
+  // and wakes every waiter at once; this claim lets exactly one of them take
+  // the axes (see TakeOverAxes).
+  std::atomic<uint32_t> axesClaimed{0};
+  // Worker threads started on this mount (what starting threads allocated
+  // can be told apart from the library's own allocations).
+  std::atomic<uint32_t> workerStarts{0};
+
+ private:
+  std::atomic<uint32_t> references_{1};
+  AltAzTracking* trackingLoop_ = nullptr;
 };
+
+// Unique ownership of a mount that releases it the safe way.
+struct MountReleaser {
+  void operator()(Mount* mount) const {
+    mount->StopWorkersForRelease();
+    mount->Release();
+  }
+};
+template <typename T = Mount>
+using OwnedMount = std::unique_ptr<T, MountReleaser>;
 
 // True for an axis number the per-axis operations accept.
 constexpr bool IsValidAxis(uint32_t axis) { return axis < AXIS_COUNT; }

@@ -1,0 +1,263 @@
+#include "mount/star_alignment.h"
+
+#include <cmath>
+
+#include "celestial/angles.h"
+#include "mount/float_faults.h"
+
+namespace scopemount {
+
+namespace {
+
+// The cone term is fitted on a pair of stars whose axis-0 angles lie this
+// far apart at least and at most: closer pairs (or nearly opposite ones)
+// say nothing about it.
+constexpr double CONE_PAIR_MIN_SEPARATION = 0.08726646259971647;  // 5 degrees
+constexpr double CONE_PAIR_MAX_SEPARATION = 3.0543261909900767;   // 175 degrees
+
+bool IsFinite(const AnglePair& p) { return std::isfinite(p.lon) && std::isfinite(p.lat); }
+bool IsFinite(const StarObservation& o) { return IsFinite(o.sky) && IsFinite(o.axes); }
+
+// The axis-0 angle with the cone and non-perpendicularity terms applied, at
+// an axis-1 angle already corrected by the index term.
+double CorrectedAxisZero(const PointingSnapshot& terms, double axis0, double axis1) {
+  return axis0 + terms.coneError / std::cos(axis1) + terms.nonPerpError * std::tan(axis1);
+}
+
+double CosineOfSeparation(const AnglePair& a, const AnglePair& b) {
+  return std::sin(a.lat) * std::sin(b.lat) +
+         std::cos(a.lat) * std::cos(b.lat) * std::cos(a.lon - b.lon);
+}
+
+// Where the model now in force puts a star, without the pointing terms.
+AnglePair NominalAxes(Mount& mount, AnglePair sky) {
+  AnglePair axes;
+  mount.SkyToAxes(&sky, &axes, 0);
+  return axes;
+}
+
+Matrix3 Columns(const Vector3& a, const Vector3& b, const Vector3& c) {
+  Matrix3 m;
+  m.SetColumn(0, a.x, a.y, a.z);
+  m.SetColumn(1, b.x, b.y, b.z);
+  m.SetColumn(2, c.x, c.y, c.z);
+  return m;
+}
+
+// Two directions and their unit normal: a frame that two stars fix. Stars
+// that coincide have no normal; the division by its zero length is caught.
+Matrix3 ColumnsWithNormal(const Vector3& a, const Vector3& b, FaultWatch& watch) {
+  const Vector3 cross{a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+  const double length = std::sqrt(cross.x * cross.x + cross.y * cross.y + cross.z * cross.z);
+  const Vector3 normal{cross.x / length, cross.y / length, cross.z / length};
+  watch.Check(normal);
+  return Columns(a, b, normal);
+}
+
+// skyToAxes = A x B^-1 and axesToSky = B x A^-1 from the measured (A) and
+// catalogue (B) columns; false when either matrix is singular.
+bool SolveFrames(const Matrix3& axesColumns, const Matrix3& skyColumns,
+                 PointingSnapshot* model) {
+  Matrix3 skyInverse = skyColumns;
+  if (skyInverse.Invert() != 0) return false;
+  Matrix3 axesInverse = axesColumns;
+  if (axesInverse.Invert() != 0) return false;
+  model->skyToAxes = axesColumns;
+  model->skyToAxes.MultiplyInPlace(skyInverse);
+  model->axesToSky = skyColumns;
+  model->axesToSky.MultiplyInPlace(axesInverse);
+  return true;
+}
+
+bool ModelIsSound(const PointingSnapshot& model, FaultWatch& watch) {
+  watch.Check(model.skyToAxes);
+  watch.Check(model.axesToSky);
+  watch.Check(model.indexError);
+  watch.Check(model.coneError);
+  return !watch.Faulted();
+}
+
+void PublishAlignment(Mount& mount, const PointingSnapshot& model, bool measureMisalignment) {
+  mount.pointing.Store(model);
+  mount.aligned = 1;
+  mount.alignmentQuality = ALIGNED_QUALITY;
+  mount.misalignment = measureMisalignment ? mount.GetAxisMisalignment() : 0.0;
+}
+
+// A failed alignment puts back the model that was in force before it.
+int32_t FailAlignment(Mount& mount, const PointingSnapshot& previous) {
+  mount.pointing.Store(previous);
+  return AlignFailed;
+}
+
+// The partner of the third star for the cone fit: the first star, unless
+// its axis-0 angle is too close to (or nearly opposite) the third's, or the
+// second star is usable and has more leverage on the cone term.
+const StarObservation& ConePartner(const StarObservation& first, const StarObservation& second,
+                                   const StarObservation& third, double leverage13,
+                                   double leverage23) {
+  const auto usable = [&third](const StarObservation& star) {
+    const double d = std::fabs(NormalizeAngle(star.axes.lon - third.axes.lon));
+    return d > CONE_PAIR_MIN_SEPARATION && d < CONE_PAIR_MAX_SEPARATION;
+  };
+  if (!usable(first)) return second;
+  if (usable(second) && leverage13 < leverage23) return second;
+  return first;
+}
+
+}  // namespace
+
+bool FitIndexError(const PointingSnapshot& terms, const StarObservation& first,
+                   const StarObservation& second, double* index) {
+  FaultWatch watch;
+  const double b1 = first.axes.lat + *index;
+  const double b2 = second.axes.lat + *index;
+  const double cs = watch.Check(CosineOfSeparation(first.sky, second.sky));
+  const double du = watch.Check(CorrectedAxisZero(terms, first.axes.lon, b1) -
+                                CorrectedAxisZero(terms, second.axes.lon, b2));
+  const double c = std::cos(du);
+  // cos(b1 + b2) at which the two measured directions are as far apart as
+  // the stars; the division fails for measurements on one meridian.
+  const double x = watch.Check((2.0 * cs - (c + 1.0) * std::cos(b1 - b2)) / (c - 1.0));
+  if (watch.Faulted() || std::fabs(x) > 1.0) return false;
+  const double sum = NormalizeAngle(b1 + b2);
+  const double w = sum >= 0.0 ? std::acos(x) : -std::acos(x);
+  const double refined = watch.Check(*index + (w - sum) / 2.0);
+  if (watch.Faulted()) return false;
+  *index = refined;
+  return true;
+}
+
+bool FitConeError(const PointingSnapshot& terms, const StarObservation& first,
+                  const StarObservation& second, double* cone) {
+  FaultWatch watch;
+  const double b1 = first.axes.lat + terms.indexError;
+  const double b2 = second.axes.lat + terms.indexError;
+  const double cs = watch.Check(CosineOfSeparation(first.sky, second.sky));
+  const double cos1 = std::cos(b1);
+  const double cos2 = std::cos(b2);
+  // Cosine of the axis-0 difference the stars' separation requires.
+  const double x = watch.Check((cs - std::sin(b1) * std::sin(b2)) / (cos1 * cos2));
+  if (watch.Faulted() || std::fabs(x) > 1.0) return false;
+  const double dm = NormalizeAngle(first.axes.lon - second.axes.lon);
+  const double w = dm > 0.0 ? std::acos(x) : -std::acos(x);
+  const double fitted = watch.Check((w - dm) / (1.0 / cos1 - 1.0 / cos2));
+  if (watch.Faulted()) return false;
+  *cone = fitted;
+  return true;
+}
+
+int32_t AlignOnOneStar(Mount& mount, AnglePair sky, AnglePair axes) {
+  if (!IsFinite(sky) || !IsFinite(axes)) return InvalidParameter;
+  FaultWatch watch;
+  const PointingSnapshot previous = mount.pointing.Load();
+  mount.ResetTransform();
+  const AnglePair nominal = NominalAxes(mount, sky);
+  PointingSnapshot model = mount.pointing.Load();
+  model.indexError = nominal.lat - axes.lat;
+  // Turn the axis-0 angle of the nominal frame by the measured difference.
+  const double d = nominal.lon - axes.lon;
+  const double cosD = std::cos(d);
+  const double sinD = std::sin(d);
+  Matrix3 turned(1.0);
+  turned.at(0, 0) = cosD;
+  turned.at(0, 1) = sinD;
+  turned.at(1, 0) = -sinD;
+  turned.at(1, 1) = cosD;
+  turned.MultiplyInPlace(model.skyToAxes);
+  Matrix3 inverse = turned;
+  if (inverse.Invert() != 0) return FailAlignment(mount, previous);
+  model.skyToAxes = turned;
+  model.axesToSky = inverse;
+  if (!ModelIsSound(model, watch)) return FailAlignment(mount, previous);
+  PublishAlignment(mount, model, /*measureMisalignment=*/false);
+  mount.StartTracking();
+  return Ok;
+}
+
+int32_t AlignOnTwoStars(Mount& mount, StarObservation first, StarObservation second) {
+  if (!IsFinite(first) || !IsFinite(second)) return InvalidParameter;
+  FaultWatch watch;
+  const PointingSnapshot previous = mount.pointing.Load();
+  mount.ResetTransform();
+  const AnglePair x1 = NominalAxes(mount, first.sky);
+  const AnglePair x2 = NominalAxes(mount, second.sky);
+  PointingSnapshot model = mount.pointing.Load();
+  double index = ((x1.lat - first.axes.lat) + (x2.lat - second.axes.lat)) / 2.0;
+  if (!FitIndexError(model, first, second, &index)) return FailAlignment(mount, previous);
+  model.indexError = index;
+  // The axis-0 angles are used as measured.
+  const AnglePair m1{first.axes.lon, first.axes.lat + index};
+  const AnglePair m2{second.axes.lon, second.axes.lat + index};
+  const Matrix3 axesColumns =
+      ColumnsWithNormal(SphericalToUnitVector(m1), SphericalToUnitVector(m2), watch);
+  const Matrix3 skyColumns = ColumnsWithNormal(SphericalToUnitVector(first.sky),
+                                               SphericalToUnitVector(second.sky), watch);
+  if (watch.Faulted() || !SolveFrames(axesColumns, skyColumns, &model) ||
+      !ModelIsSound(model, watch)) {
+    return FailAlignment(mount, previous);
+  }
+  PublishAlignment(mount, model, /*measureMisalignment=*/true);
+  return Ok;
+}
+
+int32_t AlignOnThreeStars(Mount& mount, StarObservation first, StarObservation second,
+                          StarObservation third) {
+  if (!IsFinite(first) || !IsFinite(second) || !IsFinite(third)) return InvalidParameter;
+  FaultWatch watch;
+  const PointingSnapshot previous = mount.pointing.Load();
+  mount.ResetTransform();
+  const AnglePair x1 = NominalAxes(mount, first.sky);
+  const AnglePair x2 = NominalAxes(mount, second.sky);
+  const AnglePair x3 = NominalAxes(mount, third.sky);
+  PointingSnapshot model = mount.pointing.Load();
+
+  // Leverage of each pair with the third star on the cone term.
+  const double secant3 = 1.0 / std::cos(third.axes.lat);
+  const double leverage13 = watch.Check(std::fabs(1.0 / std::cos(x1.lat) - secant3));
+  const double leverage23 = watch.Check(std::fabs(1.0 / std::cos(x2.lat) - secant3));
+  const StarObservation& partner = ConePartner(first, second, third, leverage13, leverage23);
+  double index = watch.Check(
+      ((x1.lat - first.axes.lat) + (x2.lat - second.axes.lat) + (x3.lat - third.axes.lat)) / 3.0);
+  if (watch.Faulted()) return FailAlignment(mount, previous);
+
+  // The two fits feed each other: the index fit uses the cone term so far,
+  // the cone fit the index term so far.
+  model.indexError = 0.0;
+  model.coneError = 0.0;
+  double cone = 0.0;
+  bool indexSettled = false;
+  bool coneSettled = false;
+  for (int round = 0; round < ALIGNMENT_FIT_ROUNDS && !(indexSettled && coneSettled); ++round) {
+    if (!indexSettled) {
+      if (!FitIndexError(model, first, second, &index)) break;
+      indexSettled = std::fabs(index - model.indexError) < ALIGNMENT_FIT_TOLERANCE;
+      model.indexError = index;
+    }
+    if (!coneSettled) {
+      if (!FitConeError(model, partner, third, &cone)) break;
+      coneSettled = std::fabs(cone - model.coneError) < ALIGNMENT_FIT_TOLERANCE;
+      model.coneError = cone;
+    }
+  }
+  if (!indexSettled || !coneSettled) return FailAlignment(mount, previous);
+
+  Vector3 measured[3];
+  const StarObservation* stars[3] = {&first, &second, &third};
+  for (int i = 0; i < 3; ++i) {
+    const double a1 = stars[i]->axes.lat + model.indexError;
+    const double a0 = CorrectedAxisZero(model, stars[i]->axes.lon, a1);
+    measured[i] = SphericalToUnitVector({a0, a1});
+  }
+  const Matrix3 axesColumns = Columns(measured[0], measured[1], measured[2]);
+  const Matrix3 skyColumns =
+      Columns(SphericalToUnitVector(first.sky), SphericalToUnitVector(second.sky),
+              SphericalToUnitVector(third.sky));
+  if (!SolveFrames(axesColumns, skyColumns, &model) || !ModelIsSound(model, watch)) {
+    return FailAlignment(mount, previous);
+  }
+  PublishAlignment(mount, model, /*measureMisalignment=*/true);
+  return Ok;
+}
+
+}  // namespace scopemount

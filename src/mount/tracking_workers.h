@@ -1,0 +1,86 @@
+// Tracking: keeping the telescope on a star as the sky turns.
+//
+// An equatorial mount only runs axis 0 at trackingRate: a short-lived worker
+// takes up backlash if needed, anchors the tracked position and sets the
+// rate; the hardware keeps it. An Alt/Az mount needs both axis rates to
+// change all the time: a long-lived loop recomputes them every 30 s when the
+// mount is aligned (aiming at where the star will be 30 s later), or every
+// 10 s from the closed-form rates when it is not.
+//
+// The geometry layers call these: the equatorial layer's StartTracking is
+// StartEquatorialTracking; the Alt/Az layer holds an AltAzTracking and
+// forwards StartTracking to Start and its halts to Halt.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "mount/mount.h"
+#include "platform/event.h"
+
+namespace scopemount {
+
+// Look-ahead and period of the aligned Alt/Az loop, and the period of the
+// unaligned one.
+inline constexpr uint32_t ALIGNED_TRACKING_PERIOD_MS = 30000;
+inline constexpr uint32_t UNALIGNED_TRACKING_PERIOD_MS = 10000;
+// How long a halt waits for the Alt/Az loop to end.
+inline constexpr uint32_t TRACKING_HALT_WAIT_MS = 3000;
+
+// Starts the equatorial tracking worker at normal priority; Ok.
+int32_t StartEquatorialTracking(Mount& mount);
+
+struct AxisRates {
+  double axis0 = 0.0;
+  double axis1 = 0.0;
+};
+
+// Rates that keep an unaligned Alt/Az mount on the sky at the given axis
+// angles (azimuth from north toward east, altitude) and latitude.
+AxisRates AltAzClosedFormRates(double latitude, double azimuth, double altitude);
+
+// The Alt/Az tracking loop with its starter, wake and idle events. Lives
+// inside the mount it serves (constructed with it) and is halted when the
+// mount is released.
+class AltAzTracking {
+ public:
+  explicit AltAzTracking(Mount& mount);
+  AltAzTracking(const AltAzTracking&) = delete;
+  AltAzTracking& operator=(const AltAzTracking&) = delete;
+
+  // The Alt/Az StartTracking: starts the starter thread at the highest
+  // priority, which anchors the current position and creates or wakes the
+  // loop. Ok, also when no thread could be started.
+  int32_t Start();
+  // Clears the tracking bit, wakes the loop and waits at most 3000 ms for it
+  // to end.
+  void Halt();
+  // True while a loop thread runs.
+  bool IsRunning() const { return loopRunning_ == 1; }
+
+  // One cycle of the loop: compute both rates, take up backlash where a
+  // rate reverses an axis, command the rates. Ok, or the code of a failed
+  // take-up command (which ends the loop).
+  int32_t RunCycle();
+
+ private:
+  static uint32_t Starter(void* parameter);
+  static uint32_t Loop(void* parameter);
+
+  void Anchor();
+  // Axis angles of the tracked position `aheadMs` after now.
+  AnglePair TrackedAxes(uint32_t aheadMs);
+  // False when this cycle is to be skipped (a position read failed, or the
+  // mount stays far from the tracked position even after re-anchoring).
+  bool AlignedRates(AxisRates* rates);
+  AxisRates UnalignedRates();
+  int32_t TakeUpBacklash(const AxisRates& rates);
+  void SignalIdleUnlessRunning();
+
+  Mount& mount_;
+  platform::Event wake_{/*manualReset=*/false, /*initiallySignalled=*/false};
+  platform::Event idle_{/*manualReset=*/true, /*initiallySignalled=*/true};
+  std::atomic<uint32_t> loopRunning_{0};
+};
+
+}  // namespace scopemount

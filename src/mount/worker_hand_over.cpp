@@ -1,0 +1,35 @@
+#include "mount/worker_hand_over.h"
+
+#include <thread>
+
+#include "platform/clock.h"
+
+namespace scopemount {
+
+bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how) {
+  const bool interrupt = how == TakeOver::Interrupt;
+  const uint32_t start = platform::TickCount();
+  for (;;) {
+    const uint32_t elapsed = platform::TickCount() - start;
+    const uint32_t remaining = elapsed >= waitMs ? 0 : waitMs - elapsed;
+    if (interrupt) mount.abortRequest = 1;
+    const platform::WaitResult waited = mount.workerIdleEvent.Wait(remaining);
+    if (interrupt) mount.abortRequest = 0;
+    if (waited == platform::WaitResult::TimedOut) return false;
+    uint32_t unclaimed = 0;
+    if (mount.axesClaimed.compare_exchange_strong(unclaimed, 1)) {
+      mount.workerIdleEvent.Reset();
+      return true;
+    }
+    // Another waiter woke by the same signal and got the axes first; wait
+    // for it in turn (it resets the event in a moment).
+    std::this_thread::yield();
+  }
+}
+
+void HandBackAxes(Mount& mount) {
+  mount.axesClaimed = 0;
+  mount.workerIdleEvent.Set();
+}
+
+}  // namespace scopemount

@@ -1,0 +1,38 @@
+// How worker threads take the axes from each other and give them back, and
+// the reference every worker holds on its mount while it runs.
+#pragma once
+
+#include <cstdint>
+
+#include "mount/mount.h"
+
+namespace scopemount {
+
+// Whether a worker that wants the axes interrupts the one holding them
+// (slews and manual motion) or waits for it to finish (tracking start).
+enum class TakeOver { Interrupt, WaitForFinish };
+
+// Waits at most `waitMs` for workerIdleEvent (setting abortRequest during
+// the wait when interrupting), then claims the axes and resets the event.
+// False when the wait timed out: nothing was touched, the worker ends with
+// AxisBusy.
+bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how);
+
+// Gives the axes back: exactly once per successful TakeOverAxes.
+void HandBackAxes(Mount& mount);
+
+// The reference a worker thread holds on its mount; released as the thread
+// function returns, which may delete the mount, so it must be the first
+// object the thread function creates.
+class WorkerReference {
+ public:
+  explicit WorkerReference(Mount& mount) : mount_(mount) {}
+  ~WorkerReference() { mount_.Release(); }
+  WorkerReference(const WorkerReference&) = delete;
+  WorkerReference& operator=(const WorkerReference&) = delete;
+
+ private:
+  Mount& mount_;
+};
+
+}  // namespace scopemount
