@@ -9,6 +9,7 @@ void AddModelsCommand(CLI::App& app);
 void AddCodesCommand(CLI::App& app);
 void AddSiderealTimeCommand(CLI::App& app);
 void AddSeparationCommand(CLI::App& app);
+void AddEmulateCommand(CLI::App& app);
 
 // What the program does when no subcommand is given.
 int RunDefault();

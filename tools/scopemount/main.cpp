@@ -28,6 +28,7 @@ int main(int argc, char** argv) {
   scopemount::cli::AddCodesCommand(app);
   scopemount::cli::AddSiderealTimeCommand(app);
   scopemount::cli::AddSeparationCommand(app);
+  scopemount::cli::AddEmulateCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
