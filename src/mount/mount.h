@@ -94,6 +94,8 @@ class Mount {
   // started, when the thread cannot be created or the mount is being released.
   bool StartWorker(platform::ThreadEntry entry, void* parameter,
                    platform::ThreadPriority priority);
+  // The owner's reference plus one per worker thread still running.
+  uint32_t References() const { return references_.load(std::memory_order_acquire); }
   // Lets the Alt/Az tracking loop of a geometry layer be halted on release.
   void AttachTrackingLoop(AltAzTracking* tracking) { trackingLoop_ = tracking; }
 

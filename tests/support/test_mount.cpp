@@ -185,8 +185,12 @@ int32_t TestMount::StartTracking() {
 }
 
 int32_t TestMount::StopTracking() {
+  if (geometry == Geometry::Equatorial) return Mount::StopTracking();
+  // The loop's rates stay set once it has ended: stop both motors.
   HaltAltAzTracking();
-  return Mount::StopTracking();
+  StopAxisMotor(0);
+  StopAxisMotor(1);
+  return Ok;
 }
 
 int32_t TestMount::MoveAxis(uint32_t axis, double rate) {

@@ -1,0 +1,211 @@
+// Tracking on the simulated mount: the equatorial worker and the Alt/Az
+// loop, their hand-over with motions, halting and the cycle's rules.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "mount/tracking_workers.h"
+#include "support/fast_clock.h"
+#include "support/test_mount.h"
+
+namespace scopemount {
+namespace {
+
+using testing::Command;
+using testing::CommandRecord;
+using testing::Geometry;
+using testing::ScopedFastClock;
+using testing::TestMount;
+using testing::WaitUntil;
+
+constexpr double DEG = PI / 180.0;
+constexpr double ARCSEC = DEG / 3600.0;
+constexpr double LATITUDE = 0.6;
+
+uint32_t MountStatus(Mount& mount) {
+  uint32_t status = 0;
+  EXPECT_EQ(mount.GetMountStatus(&status), Ok);
+  return status;
+}
+
+std::vector<CommandRecord> Rates(const TestMount& mount, uint32_t axis, size_t from = 0) {
+  std::vector<CommandRecord> rates;
+  const std::vector<CommandRecord> all = mount.Commands();
+  for (size_t i = from; i < all.size(); ++i) {
+    if (all[i].command == Command::SetRate && all[i].axis == axis) rates.push_back(all[i]);
+  }
+  return rates;
+}
+
+// The sky position the mount's axes point at, by the nominal model.
+AnglePair SkyOfAxes(TestMount& mount) {
+  AnglePair axes{mount.TrueAngle(0), mount.TrueAngle(1)};
+  AnglePair sky;
+  mount.AxesToSky(&axes, &sky, 1);
+  return sky;
+}
+
+class Tracking : public ::testing::Test {
+ protected:
+  void Make(Geometry geometry, double speed) {
+    fast = std::make_unique<ScopedFastClock>(speed);
+    mount.reset(new TestMount(geometry, geometry == Geometry::AltAz ? 7 : 6));
+    ASSERT_EQ(mount->SetSite(LATITUDE, 0), Ok);
+  }
+  void TearDown() override {
+    mount.reset();
+    EXPECT_TRUE(WaitUntil([] { return TestMount::liveCount == 0; })) << "a mount was never freed";
+    fast.reset();
+  }
+  // No worker thread holds the mount any more.
+  bool WorkersGone() { return mount->References() == 1; }
+
+  std::unique_ptr<ScopedFastClock> fast;
+  OwnedMount<TestMount> mount;
+};
+
+TEST_F(Tracking, SouthernEquatorialTrackingTakesUpBacklashThenRunsBackwards) {
+  Make(Geometry::Equatorial, 20.0);
+  ASSERT_EQ(mount->SetSite(-0.5, 0), Ok);
+  ASSERT_EQ(mount->SetTrackingRate(TRACKING_LUNAR), Ok);
+  EXPECT_EQ(mount->trackingRate, -LUNAR_RATE);
+  mount->backlashTime[0] = 500;
+  mount->axisDirection[0] = 1;
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return mount->CommandCount() == 3 && WorkersGone(); }));
+  EXPECT_EQ(MountStatus(*mount), STATE_TRACKING);
+  const std::vector<CommandRecord> commands = mount->Commands();
+  ASSERT_EQ(commands.size(), 3u);
+  EXPECT_EQ(commands[0].value, -mount->backlashRate);
+  EXPECT_EQ(commands[1].command, Command::Stop);
+  EXPECT_GE(commands[1].tick - commands[0].tick, 500u);
+  EXPECT_EQ(commands[2].command, Command::SetRate);
+  EXPECT_EQ(commands[2].value, -LUNAR_RATE);
+  EXPECT_EQ(mount->trackStartTick, commands[2].tick) << "anchored as the rate was set";
+
+  ASSERT_EQ(mount->SetTracking(0), Ok);
+  EXPECT_EQ(mount->Commands(Command::Stop).size(), 3u) << "both axes stopped";
+  EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
+}
+
+TEST_F(Tracking, EquatorialTrackingWaitsForARunningSlewToFinish) {
+  Make(Geometry::Equatorial, 20.0);
+  mount->PlaceAxes(0.0, 0.0);
+  ASSERT_EQ(mount->GotoAxes(0.5, 0.2), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return !mount->Commands(Command::SlewTo).empty(); }));
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return MountStatus(*mount) == STATE_TRACKING; }));
+  EXPECT_TRUE(mount->Commands(Command::Stop).empty()) << "the slew was not interrupted";
+  const std::vector<CommandRecord> commands = mount->Commands();
+  EXPECT_EQ(commands.back().command, Command::SetRate);
+  EXPECT_NEAR(mount->axisPosition[1], 0.2, DEFAULT_GOTO_TOLERANCE);
+}
+
+TEST_F(Tracking, EquatorialTrackingLeavesAnAxisThatAMotionOwns) {
+  Make(Geometry::Equatorial, 20.0);
+  ASSERT_EQ(mount->MoveAxis(0, 0.01), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return !Rates(*mount, 0).empty() && WorkersGone(); }));
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return mount->workerStarts == 2 && WorkersGone(); }));
+  EXPECT_EQ(Rates(*mount, 0).size(), 1u) << "no tracking rate over the manual one";
+  EXPECT_EQ(MountStatus(*mount), STATE_MOVING);
+}
+
+TEST_F(Tracking, UnalignedAltAzLoopSetsClosedFormRatesEveryTenSeconds) {
+  Make(Geometry::AltAz, 100.0);
+  mount->PlaceAxes(1.0, 0.7);
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 1).size() >= 3; }));
+  EXPECT_TRUE(mount->altAzTracking.IsRunning());
+  EXPECT_EQ(MountStatus(*mount), STATE_TRACKING);
+  const std::vector<CommandRecord> rates0 = Rates(*mount, 0);
+  const AxisRates expected = AltAzClosedFormRates(LATITUDE, 1.0, 0.7);
+  EXPECT_EQ(rates0[0].value, expected.axis0) << "the first cycle runs at once";
+  EXPECT_EQ(Rates(*mount, 1)[0].value, expected.axis1);
+  for (size_t i = 1; i < 3; ++i) {
+    const uint32_t period = rates0[i].tick - rates0[i - 1].tick;
+    EXPECT_GE(period, UNALIGNED_TRACKING_PERIOD_MS);
+    EXPECT_LT(period, UNALIGNED_TRACKING_PERIOD_MS + 3000) << "woken by its period";
+  }
+
+  ASSERT_EQ(mount->StopTracking(), Ok);
+  EXPECT_FALSE(mount->altAzTracking.IsRunning()) << "the halt waited for the loop to end";
+  EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
+  const uint32_t started = mount->workerStarts;
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([&] { return mount->workerStarts == started + 2; }))
+      << "a new starter and a new loop";
+  EXPECT_TRUE(mount->altAzTracking.IsRunning());
+}
+
+TEST_F(Tracking, AlignedAltAzLoopAimsThirtySecondsAheadAndHoldsTheStar) {
+  Make(Geometry::AltAz, 200.0);
+  mount->aligned = 1;
+  mount->PlaceAxes(2.0, 0.8);
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 0).size() >= 5; }));
+  const std::vector<CommandRecord> rates0 = Rates(*mount, 0);
+  for (size_t i = 2; i < rates0.size(); ++i) {
+    EXPECT_GE(rates0[i].tick - rates0[i - 1].tick, ALIGNED_TRACKING_PERIOD_MS);
+  }
+  const double elapsed =
+      static_cast<double>(platform::TickCount() - mount->trackStartTick) / 1000.0;
+  const AnglePair sky = SkyOfAxes(*mount);
+  EXPECT_LT(AngularSeparation(sky.lon, sky.lat, mount->trackStartSky[0] + SIDEREAL_RATE * elapsed,
+                              mount->trackStartSky[1]),
+            10 * ARCSEC)
+      << "after " << elapsed << " s of tracking";
+}
+
+TEST_F(Tracking, AlignedLoopReAnchorsWhereTheMountWasMovedTo) {
+  Make(Geometry::AltAz, 200.0);
+  mount->aligned = 1;
+  mount->PlaceAxes(2.0, 0.8);
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 0).size() >= 2; }));
+  // Moved underneath the loop by 10 degrees (a hand on the tube).
+  mount->PlaceAxes(2.0 + 10 * DEG, 0.8);
+  const size_t from = mount->CommandCount();
+  ASSERT_TRUE(WaitUntil([&] { return !Rates(*mount, 0, from).empty(); }));
+  EXPECT_LT(std::fabs(Rates(*mount, 0, from)[0].value), 3 * SIDEREAL_RATE)
+      << "no slew back to the old place";
+  AnglePair anchor{mount->trackStartSky[0], mount->trackStartSky[1]};
+  AnglePair axes;
+  mount->SkyToAxes(&anchor, &axes, 1);
+  EXPECT_NEAR(axes.lon, 2.0 + 10 * DEG, 0.01) << "tracking goes on from the new place";
+}
+
+TEST_F(Tracking, AzimuthCrossingTheSeamKeepsASmallRateOfTheSameSign) {
+  Make(Geometry::AltAz, 200.0);
+  mount->aligned = 1;
+  // Just east of due south, a star about to transit moves toward +-pi.
+  mount->PlaceAxes(PI - 2e-4, 40 * DEG);
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return !Rates(*mount, 0).empty(); }));
+  const double rate = Rates(*mount, 0)[0].value;
+  EXPECT_GT(rate, 0.0);
+  EXPECT_LT(rate, 3 * SIDEREAL_RATE);
+}
+
+TEST_F(Tracking, AltAzTakeUpLastsOneCycle) {
+  Make(Geometry::AltAz, 100.0);
+  mount->PlaceAxes(1.0, 0.7);
+  mount->backlashTime[1] = 300;
+  mount->axisDirection[1] = 0;  // the altitude rate here is positive: a reversal
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 1).size() >= 4; }));
+  const std::vector<CommandRecord> all = mount->Commands();
+  const AxisRates expected = AltAzClosedFormRates(LATITUDE, 1.0, 0.7);
+  ASSERT_GE(all.size(), 5u);
+  EXPECT_EQ(all[0].value, mount->backlashRate) << "take-up first";
+  EXPECT_EQ(all[1].command, Command::Stop);
+  EXPECT_GE(all[1].tick - all[0].tick, 300u);
+  EXPECT_EQ(all[2].value, expected.axis1);
+  EXPECT_EQ(all[3].value, expected.axis0);
+  EXPECT_EQ(all[3].axis, 0u);
+  EXPECT_EQ(mount->Commands(Command::Stop).size(), 1u) << "later cycles do not stop the axis";
+}
+
+}  // namespace
+}  // namespace scopemount
