@@ -11,11 +11,11 @@ constexpr int FAULT_FLAGS = FE_DIVBYZERO | FE_OVERFLOW | FE_UNDERFLOW;
 }  // namespace
 
 FaultWatch::FaultWatch() {
-  std::fegetexceptflag(&callerFlags_, FAULT_FLAGS);
+  std::fegetexceptflag(&callerFlags_, FE_ALL_EXCEPT);
   std::feclearexcept(FAULT_FLAGS);
 }
 
-FaultWatch::~FaultWatch() { std::fesetexceptflag(&callerFlags_, FAULT_FLAGS); }
+FaultWatch::~FaultWatch() { std::fesetexceptflag(&callerFlags_, FE_ALL_EXCEPT); }
 
 double FaultWatch::Check(double value) {
   const int kind = std::fpclassify(value);

@@ -207,5 +207,25 @@ TEST_F(Tracking, AltAzTakeUpLastsOneCycle) {
   EXPECT_EQ(mount->Commands(Command::Stop).size(), 1u) << "later cycles do not stop the axis";
 }
 
+TEST_F(Tracking, OneStarAlignmentTurnsTheModelOntoTheStarAndStartsTracking) {
+  Make(Geometry::Equatorial, 20.0);
+  const AnglePair star{0.4, 0.3};
+  // Seen one degree further along axis 0 and a little lower on axis 1.
+  const AnglePair seen{0.4 + 1 * DEG, 0.3 - 0.1 * DEG};
+  mount->PlaceAxes(seen.lon, seen.lat);
+  ASSERT_EQ(mount->AlignOneStar(star, seen), Ok);
+  EXPECT_NEAR(mount->pointing.Load().indexError, 0.1 * DEG, 1e-12);
+  AnglePair sky = star;
+  AnglePair axes;
+  mount->SkyToAxes(&sky, &axes, 1);
+  EXPECT_NEAR(axes.lon, seen.lon, 1e-12) << "the model now maps the star where it was seen";
+  EXPECT_NEAR(axes.lat, seen.lat, 1e-12);
+  EXPECT_EQ(mount->aligned, 1u);
+  EXPECT_EQ(mount->misalignment, 0.0);
+  ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 0).size() == 1 && WorkersGone(); }));
+  EXPECT_EQ(Rates(*mount, 0)[0].value, SIDEREAL_RATE) << "tracking started";
+  EXPECT_NEAR(mount->trackStartSky[0], star.lon, 1e-9) << "anchored on the star";
+}
+
 }  // namespace
 }  // namespace scopemount
