@@ -38,7 +38,8 @@ void PointingModel::ReadConsistently(Read&& read) const {
       continue;
     }
     read();
-    std::atomic_thread_fence(std::memory_order_acquire);
+    // The values are read with acquire, so this second read of the counter
+    // cannot move before them.
     if (sequence_.load(std::memory_order_relaxed) == before) return;
   }
 }
@@ -46,7 +47,7 @@ void PointingModel::ReadConsistently(Read&& read) const {
 PointingSnapshot PointingModel::Load() const {
   PointingSnapshot snapshot;
   ReadConsistently([&] {
-    ForEachValue([this](int k, double& v) { v = values_[k].load(std::memory_order_relaxed); },
+    ForEachValue([this](int k, double& v) { v = values_[k].load(std::memory_order_acquire); },
                  snapshot);
   });
   return snapshot;
@@ -58,12 +59,12 @@ PointingConversion PointingModel::LoadConversion(ConversionDirection direction) 
   ReadConsistently([&] {
     for (int i = 0; i < 3; ++i) {
       for (int j = 0; j < 3; ++j) {
-        conversion.matrix.at(i, j) = values_[first + 3 * i + j].load(std::memory_order_relaxed);
+        conversion.matrix.at(i, j) = values_[first + 3 * i + j].load(std::memory_order_acquire);
       }
     }
-    conversion.indexError = values_[TERMS_AT].load(std::memory_order_relaxed);
-    conversion.coneError = values_[TERMS_AT + 1].load(std::memory_order_relaxed);
-    conversion.nonPerpError = values_[TERMS_AT + 2].load(std::memory_order_relaxed);
+    conversion.indexError = values_[TERMS_AT].load(std::memory_order_acquire);
+    conversion.coneError = values_[TERMS_AT + 1].load(std::memory_order_acquire);
+    conversion.nonPerpError = values_[TERMS_AT + 2].load(std::memory_order_acquire);
   });
   return conversion;
 }
@@ -76,9 +77,9 @@ void PointingModel::Store(const PointingSnapshot& snapshot) {
 void PointingModel::Publish(const PointingSnapshot& snapshot) {
   const uint32_t sequence = sequence_.load(std::memory_order_relaxed);
   sequence_.store(sequence + 1, std::memory_order_relaxed);
-  std::atomic_thread_fence(std::memory_order_release);
+  // Release stores keep the odd counter ahead of every value a reader sees.
   PointingSnapshot copy = snapshot;
-  ForEachValue([this](int k, double& v) { values_[k].store(v, std::memory_order_relaxed); }, copy);
+  ForEachValue([this](int k, double& v) { values_[k].store(v, std::memory_order_release); }, copy);
   sequence_.store(sequence + 2, std::memory_order_release);
 }
 
