@@ -239,6 +239,15 @@ size_t TestMount::CommandCount() const {
   return logSize_;
 }
 
+size_t TestMount::CommandCount(Command kind, uint32_t axis) const {
+  std::lock_guard lock(mutex_);
+  size_t count = 0;
+  for (size_t i = 0; i < logSize_; ++i) {
+    if ((*log_)[i].command == kind && (*log_)[i].axis == axis) ++count;
+  }
+  return count;
+}
+
 void TestMount::PlaceAxes(double angle0, double angle1) {
   std::lock_guard lock(mutex_);
   const uint32_t now = platform::TickCount();

@@ -70,6 +70,8 @@ class TestMount : public Mount {
   std::vector<CommandRecord> Commands() const;
   std::vector<CommandRecord> Commands(Command kind) const;
   size_t CommandCount() const;
+  // How many commands of one kind on one axis so far (allocates nothing).
+  size_t CommandCount(Command kind, uint32_t axis) const;
   // A silent axis answers nothing: every operation on it fails with its
   // no-response code and changes nothing.
   void SetSilent(uint32_t axis, bool silent) { silent_[axis] = silent; }
