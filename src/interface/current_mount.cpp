@@ -3,15 +3,26 @@
 #include <atomic>
 #include <new>
 
+#include "geometry/altaz_simulator.h"
+#include "geometry/equatorial_simulator.h"
 #include "interface/messages.h"
 
 namespace scopemount {
 
 namespace {
 
+template <typename MountClass>
+std::unique_ptr<Mount> Make() {
+  return std::make_unique<MountClass>();
+}
+
 // Model numbers map onto eight driver classes; classes not in this build
-// have no factory yet, and connecting them reports NotImplemented.
-MountFactory modelFactories[MODEL_COUNT] = {};
+// have no factory yet, and connecting them reports NotImplemented. Models 6
+// and 7 are the simulators, which need no hardware.
+MountFactory modelFactories[MODEL_COUNT] = {
+    nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+    &Make<EquatorialSimulator>, &Make<AltAzSimulator>,
+};
 
 // The library's reference to the connected mount. Worker threads hold
 // references of their own (see Mount's lifetime), so disconnecting stops the
