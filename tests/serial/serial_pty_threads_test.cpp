@@ -7,10 +7,10 @@
 
 #include "demo_controller.h"
 #include "support/emulated_port.h"
-#include "interface/port_selection.h"
 #include "platform/port_names.h"
-#include "serial/probe_port.h"
 #include "pty_host.h"
+#include "serial/probe_port.h"
+#include "support/selected_port.h"
 #include "support/test_clock.h"
 
 namespace scopemount::testing {
@@ -25,12 +25,8 @@ class SerialPtyTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(host_.Start());
-    ASSERT_TRUE(platform::BindPortPath(PTY_PORT, host_.Path().c_str()));
-    SetPortNumber(PTY_PORT);
-  }
-  void TearDown() override {
-    platform::BindPortPath(PTY_PORT, nullptr);
-    SetPortNumber(DEFAULT_PORT_NUMBER);
+    selected_ = std::make_unique<SelectedPort>(PTY_PORT, host_.Path().c_str());
+    ASSERT_TRUE(selected_->bound());
   }
   uint32_t Ask(ProbePort& port, const char* command, uint32_t replyLength) {
     port.replyLength = replyLength;
@@ -44,6 +40,7 @@ class SerialPtyTest : public ::testing::Test {
   DemoController model_;
   emulation::EmulatedLine line_{model_, libraryClock_};
   emulation::PtyHost host_{line_};
+  std::unique_ptr<SelectedPort> selected_;
   uint8_t reply_[64] = {};
 };
 

@@ -8,10 +8,9 @@
 
 #include "demo_controller.h"
 #include "emulated_line.h"
-#include "interface/port_selection.h"
-#include "platform/port_names.h"
 #include "pty_host.h"
 #include "serial/serial_port.h"
+#include "support/selected_port.h"
 
 namespace {
 
@@ -55,8 +54,8 @@ TEST(ExchangeAllocationTest, ExchangesAllocateNothing) {
   emulation::EmulatedLine line(model, clock);
   emulation::PtyHost host(line);
   ASSERT_TRUE(host.Start());
-  ASSERT_TRUE(platform::BindPortPath(PTY_PORT, host.Path().c_str()));
-  SetPortNumber(PTY_PORT);
+  const testing::SelectedPort selected(PTY_PORT, host.Path().c_str());
+  ASSERT_TRUE(selected.bound());
   FixedReplyPort port;
   ASSERT_TRUE(port.IsOpen());
 
@@ -71,9 +70,6 @@ TEST(ExchangeAllocationTest, ExchangesAllocateNothing) {
   counting = false;
   EXPECT_EQ(failures, 0u);
   EXPECT_EQ(allocations, 0u);
-
-  platform::BindPortPath(PTY_PORT, nullptr);
-  SetPortNumber(DEFAULT_PORT_NUMBER);
 }
 
 }  // namespace

@@ -9,9 +9,8 @@
 
 #include <string>
 
-#include "interface/port_selection.h"
-#include "platform/port_names.h"
 #include "serial/probe_port.h"
+#include "support/selected_port.h"
 
 extern char** environ;
 
@@ -79,9 +78,9 @@ TEST(EmulateCommand, ServesTheControllerOnThePrintedPathUntilInputEnds) {
   ServedEmulator emulator("demo");
   const std::string path = emulator.FirstLine();
   ASSERT_EQ(path.rfind("/dev/pts/", 0), 0u) << path;
-  ASSERT_TRUE(platform::BindPortPath(EMULATOR_PORT, path.c_str()));
-  SetPortNumber(EMULATOR_PORT);
   {
+    const SelectedPort selected(EMULATOR_PORT, path.c_str());
+    ASSERT_TRUE(selected.bound());
     ProbePort port;
     ASSERT_TRUE(port.IsOpen());
     const char command[] = "POS 1\n";
@@ -91,8 +90,6 @@ TEST(EmulateCommand, ServesTheControllerOnThePrintedPathUntilInputEnds) {
               EXCHANGE_OK);
     EXPECT_EQ(std::string(reinterpret_cast<char*>(reply), 4), "1 0\n");
   }
-  platform::BindPortPath(EMULATOR_PORT, nullptr);
-  SetPortNumber(DEFAULT_PORT_NUMBER);
   emulator.CloseInput();
   EXPECT_EQ(emulator.Wait(), 0);
 }
