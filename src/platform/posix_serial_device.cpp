@@ -85,8 +85,11 @@ class PosixSerialDevice final : public SerialDevice {
   bool WaitReadable(uint32_t ms) override { return WaitFor(POLLIN, ms); }
   bool WaitWritable(uint32_t ms) override { return WaitFor(POLLOUT, ms); }
 
+  // What was received before a hang-up can still be read; after that the
+  // line is dead.
   long ReadAvailable(uint8_t* buffer, size_t size) override {
-    return Outcome(read(fd_, buffer, size));
+    const long moved = Outcome(read(fd_, buffer, size));
+    return moved == 0 && hungUp_ ? SERIAL_IO_FAILED : moved;
   }
 
   long WriteAvailable(const uint8_t* bytes, size_t count) override {
@@ -103,10 +106,15 @@ class PosixSerialDevice final : public SerialDevice {
   }
 
  private:
+  // A line that hung up (adapter unplugged, far end gone) reads as always
+  // ready; remembering it lets the port give up at once instead of polling
+  // it until its time-out.
   bool WaitFor(short events, uint32_t ms) {
     pollfd target{fd_, events, 0};
     const timespec wait = WallTimeFor(ms);
-    return ppoll(&target, 1, &wait, nullptr) > 0;
+    if (ppoll(&target, 1, &wait, nullptr) <= 0) return false;
+    if ((target.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) hungUp_ = true;
+    return true;
   }
 
   // Interrupted or would-block calls moved nothing; the caller tries again.
@@ -123,6 +131,7 @@ class PosixSerialDevice final : public SerialDevice {
   }
 
   const int fd_;
+  bool hungUp_ = false;
 };
 
 class PosixFactory final : public SerialDeviceFactory {

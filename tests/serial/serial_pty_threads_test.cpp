@@ -84,6 +84,15 @@ TEST_F(SerialPtyTest, ASilentControllerCostsTheReadTimeOut) {
   EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_OK);
 }
 
+TEST_F(SerialPtyTest, ALineWhoseFarEndWentAwayFailsAtOnce) {
+  ProbePort port;
+  host_.Stop();
+  const uint64_t start = platform::ActiveClock().NowMs();
+  EXPECT_NE(Ask(port, "POS 0\n", 4), EXCHANGE_OK);
+  EXPECT_EQ(port.Read(reply_, 4), 0u);
+  EXPECT_LT(platform::ActiveClock().NowMs() - start, 500u) << "no waiting on a dead line";
+}
+
 TEST_F(SerialPtyTest, APathThatIsNoSerialDeviceLeavesAPortThatFailsEveryExchange) {
   ASSERT_TRUE(platform::BindPortPath(PTY_PORT, "/nonexistent/serial-line"));
   ProbePort missing;
