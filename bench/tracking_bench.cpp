@@ -40,13 +40,6 @@ constexpr int MINUTES = 60;
 
 enum class Mode { Equatorial, AltAzAligned, AltAzUnaligned };
 
-AnglePair SkyOfAxes(TestMount& mount) {
-  AnglePair axes{mount.TrueAngle(0), mount.TrueAngle(1)};
-  AnglePair sky;
-  mount.AxesToSky(&axes, &sky, 1);
-  return sky;
-}
-
 void TrackingDrift(benchmark::State& state, Mode mode) {
   const double declination = static_cast<double>(state.range(0)) * DEG;
   double largest = 0.0;
@@ -71,7 +64,7 @@ void TrackingDrift(benchmark::State& state, Mode mode) {
     for (int minute = 1; minute <= MINUTES; ++minute) {
       platform::Sleep(60000);
       const double seconds = static_cast<double>(platform::TickCount() - startTick) / 1000.0;
-      const AnglePair sky = SkyOfAxes(*mount);
+      const AnglePair sky = mount->TrueSky();
       final = AngularSeparation(sky.lon, sky.lat, star.lon + SIDEREAL_RATE * seconds, star.lat) /
               ARCSEC;
       largest = std::max(largest, final);

@@ -90,11 +90,6 @@ void Observe(double ha, double dec, double* star) {
   ScopeSkyToAxes(ha, dec, star + 2);
 }
 
-bool SlewDone(TestMount& mount) {
-  return mount.axisRunFlag[0] == 0 && mount.axisRunFlag[1] == 0 && mount.slewActive == 0 &&
-         mount.workerIdleEvent.IsSignalled();
-}
-
 // Everything a host does with a connected mount, on either geometry.
 // Returns false if some step did not happen in time (checked after the
 // count, since a failing assertion allocates).
@@ -119,7 +114,7 @@ bool RunEverything(TestMount& mount, const double (&stars)[3][4]) {
   const size_t trackingRates = mount.geometry == Geometry::AltAz ? 3 : 1;
   ok = ok && WaitUntil([&] { return mount.CommandCount(Command::SetRate, 0) >= trackingRates; });
   ok = ok && ScopeGotoHorizontal(1.0, 0.5) == SCOPE_OK;
-  ok = ok && WaitUntil([&] { return SlewDone(mount); });
+  ok = ok && WaitUntil([&] { return mount.SlewFinished(); });
   mount.backlashTime[1] = 100;
   mount.axisDirection[1] = 1;
   ok = ok && ScopeMoveAxis(1, -0.001) == SCOPE_OK;

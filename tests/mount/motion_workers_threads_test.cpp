@@ -15,18 +15,13 @@ namespace {
 using testing::Command;
 using testing::CommandRecord;
 using testing::Geometry;
+using testing::MountStatus;
 using testing::ScopedFastClock;
 using testing::TestMount;
 using testing::WaitUntil;
 
 constexpr double DEG = PI / 180.0;
 constexpr double CLOCK_SPEED = 20.0;
-
-uint32_t MountStatus(Mount& mount) {
-  uint32_t status = 0;
-  EXPECT_EQ(mount.GetMountStatus(&status), Ok);
-  return status;
-}
 
 // The commands of one kind on one axis recorded since `from`.
 std::vector<double> Values(const TestMount& mount, Command kind, uint32_t axis, size_t from = 0) {
@@ -56,11 +51,7 @@ class MotionWorkers : public ::testing::Test {
     EXPECT_TRUE(WaitUntil([] { return TestMount::liveCount == 0; })) << "a mount was never freed";
   }
 
-  // The slew worker has finished: run flags free, axes handed back.
-  bool SlewDone() {
-    return mount->axisRunFlag[0] == 0 && mount->axisRunFlag[1] == 0 && mount->slewActive == 0 &&
-           mount->workerIdleEvent.IsSignalled();
-  }
+  bool SlewDone() { return mount->SlewFinished(); }
   void GotoAxesAndWait(double angle0, double angle1) {
     ASSERT_EQ(mount->GotoAxes(angle0, angle1), Ok);
     ASSERT_TRUE(WaitUntil([this] { return SlewDone(); }));

@@ -15,6 +15,7 @@ namespace {
 using testing::Command;
 using testing::CommandRecord;
 using testing::Geometry;
+using testing::MountStatus;
 using testing::ScopedFastClock;
 using testing::TestMount;
 using testing::WaitUntil;
@@ -23,12 +24,6 @@ constexpr double DEG = PI / 180.0;
 constexpr double ARCSEC = DEG / 3600.0;
 constexpr double LATITUDE = 0.6;
 
-uint32_t MountStatus(Mount& mount) {
-  uint32_t status = 0;
-  EXPECT_EQ(mount.GetMountStatus(&status), Ok);
-  return status;
-}
-
 std::vector<CommandRecord> Rates(const TestMount& mount, uint32_t axis, size_t from = 0) {
   std::vector<CommandRecord> rates;
   const std::vector<CommandRecord> all = mount.Commands();
@@ -36,14 +31,6 @@ std::vector<CommandRecord> Rates(const TestMount& mount, uint32_t axis, size_t f
     if (all[i].command == Command::SetRate && all[i].axis == axis) rates.push_back(all[i]);
   }
   return rates;
-}
-
-// The sky position the mount's axes point at, by the nominal model.
-AnglePair SkyOfAxes(TestMount& mount) {
-  AnglePair axes{mount.TrueAngle(0), mount.TrueAngle(1)};
-  AnglePair sky;
-  mount.AxesToSky(&axes, &sky, 1);
-  return sky;
 }
 
 class Tracking : public ::testing::Test {
@@ -151,7 +138,7 @@ TEST_F(Tracking, AlignedAltAzLoopAimsThirtySecondsAheadAndHoldsTheStar) {
   }
   const double elapsed =
       static_cast<double>(platform::TickCount() - mount->trackStartTick) / 1000.0;
-  const AnglePair sky = SkyOfAxes(*mount);
+  const AnglePair sky = mount->TrueSky();
   EXPECT_LT(AngularSeparation(sky.lon, sky.lat, mount->trackStartSky[0] + SIDEREAL_RATE * elapsed,
                               mount->trackStartSky[1]),
             10 * ARCSEC)

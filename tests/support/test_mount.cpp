@@ -239,6 +239,18 @@ size_t TestMount::CommandCount() const {
   return logSize_;
 }
 
+AnglePair TestMount::TrueSky() {
+  AnglePair axes{TrueAngle(0), TrueAngle(1)};
+  AnglePair sky;
+  AxesToSky(&axes, &sky, 1);
+  return sky;
+}
+
+bool TestMount::SlewFinished() const {
+  return axisRunFlag[0] == 0 && axisRunFlag[1] == 0 && slewActive == 0 &&
+         workerIdleEvent.IsSignalled();
+}
+
 size_t TestMount::CommandCount(Command kind, uint32_t axis) const {
   std::lock_guard lock(mutex_);
   size_t count = 0;
@@ -293,5 +305,11 @@ ScopedTestModel::~ScopedTestModel() {
 }
 
 TestMount* ConnectedTestMount() { return dynamic_cast<TestMount*>(CurrentMount()); }
+
+uint32_t MountStatus(Mount& mount) {
+  uint32_t status = 0;
+  mount.GetMountStatus(&status);
+  return status;
+}
 
 }  // namespace scopemount::testing

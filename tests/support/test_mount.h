@@ -75,6 +75,10 @@ class TestMount : public Mount {
   // A silent axis answers nothing: every operation on it fails with its
   // no-response code and changes nothing.
   void SetSilent(uint32_t axis, bool silent) { silent_[axis] = silent; }
+  // The sky position the axes point at now, by the model in force.
+  AnglePair TrueSky();
+  // No slew worker holds the axes any more and both run flags are free.
+  bool SlewFinished() const;
   // Puts the axes somewhere without recording a command.
   void PlaceAxes(double angle0, double angle1);
 
@@ -133,5 +137,8 @@ class ScopedTestModel {
 
 // The connected mount as a TestMount (null if none or another class).
 TestMount* ConnectedTestMount();
+
+// What GetMountStatus reports.
+uint32_t MountStatus(Mount& mount);
 
 }  // namespace scopemount::testing
