@@ -1,0 +1,301 @@
+// What a user checks on the two simulators: a GOTO reads back its sky
+// position, tracking holds it for an hour, the altitude limits refuse
+// targets without moving anything, a stop ends a slew, and the mount state
+// says what is happening all along.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <set>
+#include <string>
+#include <tuple>
+
+#include "geometry/simulator_session.h"
+#include "mount/mount.h"
+
+namespace scopemount {
+namespace {
+
+using namespace testing;
+
+// Slews of up to a minute of test time take a fraction of a second; the
+// threads' scheduling delays stay small against the arrival tolerances.
+constexpr double SLEW_SPEED_UP = 300.0;
+// An hour of equatorial tracking in a fifth of a second: one constant rate.
+constexpr double EQUATORIAL_TRACKING_SPEED_UP = 20000.0;
+// The unaligned Alt/Az loop integrates the sky's path in open 10 s steps: a
+// thread stalled on a busy machine stretches a step by the stall times the
+// clock's speed, and the error grows with the step. At this speed an hour
+// takes 1.8 s and a 20 ms stall is a 40 s step.
+constexpr double ALTAZ_TRACKING_SPEED_UP = 2000.0;
+constexpr uint32_t ONE_HOUR_MS = 3600000;
+
+const char* ModelName(int32_t model) { return model == 6 ? "Equatorial" : "AltAz"; }
+
+// Targets east and west of the meridian at three declinations (degrees, for
+// the northern site; the southern site mirrors the declination).
+struct SkyTarget {
+  double hours;
+  double declination;
+};
+constexpr SkyTarget SKY_TARGETS[] = {{-2.0, -10.0}, {1.5, 30.0}, {-3.0, 70.0}};
+
+// Model, latitude sign, target.
+using Target = std::tuple<int32_t, double, SkyTarget>;
+
+class SkyTargets : public ::testing::TestWithParam<Target> {
+ protected:
+  int32_t Model() const { return std::get<0>(GetParam()); }
+  double Latitude() const { return std::get<1>(GetParam()) * 0.6; }
+  AnglePair Sky() const {
+    const double sign = std::get<1>(GetParam());
+    const SkyTarget& target = std::get<2>(GetParam());
+    return {target.hours * HOUR, sign * target.declination * DEG};
+  }
+};
+
+TEST_P(SkyTargets, GotoReadsBackTheSkyPositionAndStartsTracking) {
+  SimulatorSession session(Model(), Latitude(), SLEW_SPEED_UP);
+  const AnglePair target = Sky();
+  const uint32_t requested = Tick();
+  ASSERT_EQ(ScopeGotoEquatorial(target.lon, target.lat), SCOPE_OK);
+  std::set<uint32_t> states;
+  ASSERT_TRUE(WaitUntil([&] {
+    states.insert(MountState());
+    return states.count(SCOPE_STATE_TRACKING) != 0;
+  })) << "the GOTO never ended in tracking";
+  EXPECT_TRUE(states.count(SCOPE_STATE_SLEWING)) << "slewing was never reported";
+  EXPECT_FALSE(states.count(SCOPE_STATE_MOVING)) << "a GOTO is not a manual motion";
+
+  const TimedReading reading = ReadSky();
+  EXPECT_LE(TrackedError(reading, target, requested), GotoToleranceOf(Model()))
+      << "read back " << reading.sky.lon << ", " << reading.sky.lat;
+  // Equatorial tracking runs only the hour-angle axis, backwards in the south.
+  if (Model() == SCOPE_MODEL_EQUATORIAL_SIMULATOR) {
+    const uint32_t positive = Latitude() > 0.0 ? SCOPE_AXIS_POSITIVE : 0u;
+    EXPECT_EQ(AxisStatus(0), SCOPE_AXIS_RUNNING | positive);
+    EXPECT_EQ(AxisStatus(1), SCOPE_AXIS_STOPPED);
+  }
+
+  // Tracking keeps it there.
+  WaitTestTime(30000);
+  EXPECT_LE(TrackedError(ReadSky(), target, requested), GotoToleranceOf(Model()));
+}
+
+// Tracking for a simulated hour from a synced position: the mount still
+// reads back the position tracking anchored, turned with the sky.
+class TrackedForAnHour : public SkyTargets {};
+
+TEST_P(TrackedForAnHour, HoldsTheSkyPosition) {
+  SimulatorSession session(Model(), Latitude(),
+                           Model() == SCOPE_MODEL_ALTAZ_SIMULATOR ? ALTAZ_TRACKING_SPEED_UP
+                                                                  : EQUATORIAL_TRACKING_SPEED_UP);
+  const AnglePair target = Sky();
+  const AnglePair axes = SkyToAxes(target);
+  ASSERT_EQ(ScopeSyncAxis(0, axes.lon), SCOPE_OK);
+  ASSERT_EQ(ScopeSyncAxis(1, axes.lat), SCOPE_OK);
+  ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+  Mount& mount = *CurrentMount();
+  const AnglePair anchor{mount.trackStartSky[0], mount.trackStartSky[1]};
+  const uint32_t anchored = mount.trackStartTick;
+  // Standing axes hold an hour angle: tracking anchored on the target itself,
+  // however long the thread took to start.
+  EXPECT_LT(Separation(anchor, target), 1e-7);
+
+  ASSERT_TRUE(WaitUntil([&] { return Tick() - anchored >= ONE_HOUR_MS; }));
+  EXPECT_EQ(MountState(), SCOPE_STATE_TRACKING);
+  const TimedReading reading = ReadSky();
+  EXPECT_LE(TrackedError(reading, anchor, anchored), GotoToleranceOf(Model()))
+      << "after " << SecondsBetween(anchored, reading.before) << " s";
+}
+
+std::string TargetName(const ::testing::TestParamInfo<Target>& info) {
+  const double sign = std::get<1>(info.param);
+  const SkyTarget& target = std::get<2>(info.param);
+  std::string name = ModelName(std::get<0>(info.param));
+  name += sign > 0 ? "North" : "South";
+  name += target.hours > 0 ? "West" : "East";
+  name += "Dec" + std::to_string(static_cast<int>(std::fabs(target.declination)));
+  name += sign * target.declination < 0 ? "S" : "N";
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BothSimulatorsBothHemispheres, SkyTargets,
+    ::testing::Combine(::testing::Values(SCOPE_MODEL_EQUATORIAL_SIMULATOR,
+                                         SCOPE_MODEL_ALTAZ_SIMULATOR),
+                       ::testing::Values(1.0, -1.0), ::testing::ValuesIn(SKY_TARGETS)),
+    TargetName);
+
+INSTANTIATE_TEST_SUITE_P(EquatorialBothHemispheres, TrackedForAnHour,
+                         ::testing::Combine(::testing::Values(SCOPE_MODEL_EQUATORIAL_SIMULATOR),
+                                            ::testing::Values(1.0, -1.0),
+                                            ::testing::ValuesIn(SKY_TARGETS)),
+                         TargetName);
+
+// The Alt/Az hour runs ten times slower: one target per declination,
+// hemispheres alternating.
+INSTANTIATE_TEST_SUITE_P(
+    AltAzThreeDeclinations, TrackedForAnHour,
+    ::testing::Values(Target{SCOPE_MODEL_ALTAZ_SIMULATOR, 1.0, SKY_TARGETS[0]},
+                      Target{SCOPE_MODEL_ALTAZ_SIMULATOR, -1.0, SKY_TARGETS[1]},
+                      Target{SCOPE_MODEL_ALTAZ_SIMULATOR, 1.0, SKY_TARGETS[2]}),
+    TargetName);
+
+class BothSimulators : public ::testing::TestWithParam<int32_t> {};
+
+TEST_P(BothSimulators, TargetsBeyondTheAltitudeLimitsAreRefusedAndNothingMoves) {
+  const int32_t model = GetParam();
+  SimulatorSession session(model, 0.6, SLEW_SPEED_UP);
+  const AnglePair home = AxisPositions();
+  // Hour angle 0: altitude = 90 degrees - |latitude - declination|.
+  const double latitude = 0.6;
+  EXPECT_EQ(ScopeGotoEquatorial(0.0, latitude - 10 * DEG), SCOPE_TARGET_TOO_HIGH) << "80 up";
+  EXPECT_EQ(ScopeGotoEquatorial(0.0, latitude - 95 * DEG), SCOPE_TARGET_TOO_LOW) << "5 down";
+  EXPECT_EQ(ScopeGotoEquatorial(PI, 0.0), SCOPE_TARGET_TOO_LOW) << "below the north point";
+  EXPECT_EQ(ScopeGotoHorizontal(1.0, 80 * DEG), SCOPE_TARGET_TOO_HIGH);
+  EXPECT_EQ(ScopeGotoHorizontal(1.0, -1 * DEG), SCOPE_TARGET_TOO_LOW);
+  EXPECT_EQ(ScopeGotoOffset(0.0, latitude - 20 * DEG, 0.0, 15 * DEG), SCOPE_TARGET_TOO_HIGH)
+      << "the offset lifts the target over the limit";
+  ASSERT_EQ(ScopeSetAltitudeLimits(20 * DEG, 60 * DEG), SCOPE_OK);
+  EXPECT_EQ(ScopeGotoHorizontal(1.0, 15 * DEG), SCOPE_TARGET_TOO_LOW);
+  EXPECT_EQ(ScopeGotoHorizontal(1.0, 65 * DEG), SCOPE_TARGET_TOO_HIGH);
+
+  WaitTestTime(5000);
+  EXPECT_EQ(MountState(), SCOPE_STATE_IDLE);
+  EXPECT_EQ(AxisStatus(0), SCOPE_AXIS_STOPPED);
+  EXPECT_EQ(AxisStatus(1), SCOPE_AXIS_STOPPED);
+  const AnglePair now = AxisPositions();
+  EXPECT_EQ(now.lon, home.lon);
+  EXPECT_EQ(now.lat, home.lat);
+  EXPECT_EQ(CurrentMount()->References(), 1u) << "no worker was started";
+}
+
+TEST_P(BothSimulators, StopMidSlewLeavesBothAxesStoppedAndTheMountIdle) {
+  const int32_t model = GetParam();
+  for (uint32_t stoppedAxis : {0u, 1u}) {
+    SimulatorSession session(model, 0.6, SLEW_SPEED_UP);
+    // A long slew of both axes, with tracking to follow.
+    ASSERT_EQ(ScopeGotoEquatorial(-4 * HOUR, -5 * DEG), SCOPE_OK);
+    ASSERT_TRUE(WaitUntil([] {
+      return (AxisStatus(0) & SCOPE_AXIS_SLEWING) != 0 && (AxisStatus(1) & SCOPE_AXIS_SLEWING) != 0;
+    }));
+    EXPECT_EQ(MountState(), SCOPE_STATE_SLEWING);
+    ASSERT_EQ(ScopeStopAxis(stoppedAxis), SCOPE_OK);
+    ASSERT_TRUE(WaitForState(SCOPE_STATE_IDLE)) << "axis " << stoppedAxis;
+    EXPECT_EQ(AxisStatus(0), SCOPE_AXIS_STOPPED);
+    EXPECT_EQ(AxisStatus(1), SCOPE_AXIS_STOPPED);
+    const AnglePair stopped = AxisPositions();
+    WaitTestTime(10000);
+    const AnglePair later = AxisPositions();
+    EXPECT_EQ(later.lon, stopped.lon) << "axis 0 stands";
+    EXPECT_EQ(later.lat, stopped.lat) << "axis 1 stands";
+    EXPECT_EQ(MountState(), SCOPE_STATE_IDLE) << "no tracking after an interrupted GOTO";
+  }
+}
+
+TEST_P(BothSimulators, HorizontalAxesAndOffsetGotos) {
+  const int32_t model = GetParam();
+  SimulatorSession session(model, 0.6, SLEW_SPEED_UP);
+  const double tolerance = GotoToleranceOf(model);
+
+  ASSERT_EQ(ScopeGotoHorizontal(-2.0, 40 * DEG), SCOPE_OK);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_SLEWING));
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_IDLE));
+  const AnglePair horizontal = HorizontalPosition();
+  EXPECT_LE(Separation(horizontal, {-2.0, 40 * DEG}), tolerance);
+  WaitTestTime(10000);
+  EXPECT_EQ(MountState(), SCOPE_STATE_IDLE) << "a horizontal GOTO does not track";
+  EXPECT_LE(Separation(HorizontalPosition(), {-2.0, 40 * DEG}), tolerance);
+
+  // Axis targets are taken as given, even past half a turn.
+  const double far = model == SCOPE_MODEL_ALTAZ_SIMULATOR ? 3.5 : 0.5;
+  ASSERT_EQ(ScopeGotoAxes(far, 0.3), SCOPE_OK);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_SLEWING));
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_IDLE));
+  AnglePair axes = AxisPositions();
+  EXPECT_NEAR(axes.lon, far, tolerance);
+  EXPECT_NEAR(axes.lat, 0.3, tolerance);
+
+  // One axis: the other stays put.
+  ASSERT_EQ(ScopeSlewAxis(1, 0.5), SCOPE_OK);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_SLEWING));
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_IDLE));
+  const AnglePair slewed = AxisPositions();
+  EXPECT_EQ(slewed.lon, axes.lon);
+  EXPECT_NEAR(slewed.lat, 0.5, tolerance);
+
+  // Offsets are axis angles around the sky position.
+  const AnglePair sky{-1 * HOUR, 20 * DEG};
+  const uint32_t requested = Tick();
+  ASSERT_EQ(ScopeGotoOffset(sky.lon, sky.lat, 1 * DEG, -0.5 * DEG), SCOPE_OK);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+  const uint32_t before = Tick();
+  axes = AxisPositions();
+  const AnglePair expected = SkyToAxes(Turned(sky, SecondsBetween(requested, before)));
+  EXPECT_LE(Separation(axes, {expected.lon + 1 * DEG, expected.lat - 0.5 * DEG}),
+            tolerance + SIDEREAL_RATE * SecondsBetween(before, Tick()) * 2.0);
+}
+
+TEST_P(BothSimulators, ConnectsStandingAtHome) {
+  const int32_t model = GetParam();
+  ScopeDisconnect();
+  ASSERT_EQ(ScopeConnect(model, 0.6, 100.0), SCOPE_OK);
+  const bool equatorial = model == SCOPE_MODEL_EQUATORIAL_SIMULATOR;
+  EXPECT_EQ(ScopeIsEquatorial(), equatorial ? 1 : 0);
+  const AnglePair home = AxisPositions();
+  EXPECT_EQ(home.lon, equatorial ? -HALF_PI : 0.0);
+  EXPECT_EQ(home.lat, equatorial ? HALF_PI : 0.0);
+  EXPECT_EQ(MountState(), SCOPE_STATE_IDLE);
+  EXPECT_EQ(AxisStatus(0), SCOPE_AXIS_STOPPED);
+  EXPECT_EQ(AxisStatus(1), SCOPE_AXIS_STOPPED);
+  EXPECT_EQ(ScopeSetExtraMode(1), equatorial ? SCOPE_OK : SCOPE_NOT_IMPLEMENTED);
+  EXPECT_EQ(ScopeConnect(model, -0.3, 0.0), SCOPE_OK) << "the same model re-applies the site";
+  EXPECT_EQ(CurrentMount()->latitude, -0.3);
+  EXPECT_EQ(ScopeConnect(13 - model, 0.6, 0.0), SCOPE_ALREADY_CONNECTED);
+  // Home is where the axes are declared, wherever they stand.
+  ASSERT_EQ(ScopeSyncAxis(0, 1.0), SCOPE_OK);
+  ASSERT_EQ(ScopeSyncHome(), SCOPE_OK);
+  EXPECT_EQ(AxisPositions().lon, equatorial ? -HALF_PI : 0.0);
+  EXPECT_EQ(ScopeDisconnect(), SCOPE_OK);
+}
+
+// The real clock, short slews: the wiring without the test clock.
+TEST_P(BothSimulators, ShortSlewsOnTheRealClock) {
+  const int32_t model = GetParam();
+  ScopeDisconnect();
+  ASSERT_EQ(ScopeConnect(model, 0.6, 100.0), SCOPE_OK);
+  const double tolerance = GotoToleranceOf(model);
+  if (model == SCOPE_MODEL_ALTAZ_SIMULATOR) {
+    ASSERT_EQ(ScopeGotoAxes(2 * DEG, 1 * DEG), SCOPE_OK);
+    ASSERT_TRUE(WaitUntil(
+        [] {
+          const AnglePair axes = AxisPositions();
+          return axes.lon > 1 * DEG && axes.lat > 0.5 * DEG && MountState() == SCOPE_STATE_IDLE;
+        },
+        std::chrono::seconds(10)));
+    const AnglePair axes = AxisPositions();
+    EXPECT_NEAR(axes.lon, 2 * DEG, tolerance);
+    EXPECT_NEAR(axes.lat, 1 * DEG, tolerance);
+  } else {
+    // Just past the meridian near the pole: both axes two degrees up from
+    // home, on the other side of the pier.
+    const AnglePair target{92 * DEG, 88 * DEG};
+    const uint32_t requested = Tick();
+    ASSERT_EQ(ScopeGotoEquatorial(target.lon, target.lat), SCOPE_OK);
+    ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING, std::chrono::seconds(10)));
+    EXPECT_LE(TrackedError(ReadSky(), target, requested), tolerance);
+    EXPECT_GT(AxisPositions().lat, HALF_PI) << "beyond the pole";
+  }
+  EXPECT_EQ(ScopeDisconnect(), SCOPE_OK);
+}
+
+INSTANTIATE_TEST_SUITE_P(Simulators, BothSimulators,
+                         ::testing::Values(SCOPE_MODEL_EQUATORIAL_SIMULATOR,
+                                           SCOPE_MODEL_ALTAZ_SIMULATOR),
+                         [](const ::testing::TestParamInfo<int32_t>& info) {
+                           return std::string(ModelName(info.param));
+                         });
+
+}  // namespace
+}  // namespace scopemount

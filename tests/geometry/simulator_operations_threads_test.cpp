@@ -1,0 +1,385 @@
+// Manual motion, tracking kinds, alignment and its saved record, and
+// disconnecting at any moment, on the two simulators through the C
+// boundary.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "geometry/altaz_simulator.h"
+#include "geometry/equatorial_simulator.h"
+#include "geometry/simulator_session.h"
+#include "mount/mount.h"
+
+namespace scopemount {
+namespace {
+
+using namespace testing;
+
+const char* ModelName(int32_t model) { return model == 6 ? "Equatorial" : "AltAz"; }
+
+// The rate an axis runs at, from two timed readings `ms` of test time
+// apart: the range of rates the readings' timing allows.
+struct RateRange {
+  double low;
+  double high;
+  bool Contains(double rate) const { return rate >= low && rate <= high; }
+};
+
+RateRange MeasureRate(uint32_t axis, uint32_t ms) {
+  double first = NAN;
+  double second = NAN;
+  const uint32_t before1 = Tick();
+  EXPECT_EQ(ScopeGetAxisPosition(axis, &first), SCOPE_OK);
+  const uint32_t after1 = Tick();
+  WaitTestTime(ms);
+  const uint32_t before2 = Tick();
+  EXPECT_EQ(ScopeGetAxisPosition(axis, &second), SCOPE_OK);
+  const uint32_t after2 = Tick();
+  // Ticks are whole milliseconds: one more either way.
+  const double longest = SecondsBetween(before1, after2) + 0.002;
+  const double shortest = SecondsBetween(after1, before2) - 0.002;
+  const double moved = second - first;
+  const double a = moved / longest;
+  const double b = moved / shortest;
+  return {std::min(a, b), std::max(a, b)};
+}
+
+::testing::AssertionResult RunsAt(uint32_t axis, double rate, uint32_t ms) {
+  const RateRange range = MeasureRate(axis, ms);
+  if (range.Contains(rate)) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "axis " << axis << " runs at [" << range.low << ", "
+                                       << range.high << "], not " << rate;
+}
+
+// --- Manual motion and tracking -----------------------------------------------
+
+TEST(EquatorialSimulator, ManualMotionTrackingKindsAndHandBackToTracking) {
+  for (double latitude : {0.6, -0.6}) {
+    SimulatorSession session(SCOPE_MODEL_EQUATORIAL_SIMULATOR, latitude, 3000.0);
+    const double sign = latitude > 0.0 ? 1.0 : -1.0;
+    ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
+    ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+    EXPECT_TRUE(RunsAt(0, sign * SIDEREAL_RATE, 600000));
+    EXPECT_EQ(AxisStatus(1), SCOPE_AXIS_STOPPED);
+
+    // A manual motion of the hour-angle axis, then back to tracking.
+    const double fast = 50 * SIDEREAL_RATE;
+    ASSERT_EQ(ScopeMoveAxis(0, -fast), SCOPE_OK);
+    ASSERT_TRUE(WaitForState(SCOPE_STATE_MOVING));
+    EXPECT_EQ(AxisStatus(0), SCOPE_AXIS_RUNNING);
+    EXPECT_TRUE(RunsAt(0, -fast, 60000));
+    ASSERT_EQ(ScopeStopAxis(0), SCOPE_OK);
+    // The axis reports running (tracking) at once; the tracking worker then
+    // sets the rate.
+    ASSERT_TRUE(WaitUntil([] {
+      return CurrentMount()->References() == 1 && MountState() == SCOPE_STATE_TRACKING;
+    })) << "tracking was wanted";
+    EXPECT_TRUE(RunsAt(0, sign * SIDEREAL_RATE, 600000));
+    // The declination axis stops outright.
+    ASSERT_EQ(ScopeMoveAxis(1, fast), SCOPE_OK);
+    ASSERT_TRUE(WaitUntil([] { return AxisStatus(1) == (SCOPE_AXIS_RUNNING | SCOPE_AXIS_POSITIVE); }));
+    ASSERT_EQ(ScopeStopAxis(1), SCOPE_OK);
+    EXPECT_EQ(AxisStatus(1), SCOPE_AXIS_STOPPED);
+
+    // Lunar and solar rates, turned with the hemisphere.
+    for (const auto& [kind, rate] : {std::pair{SCOPE_TRACK_LUNAR, TWO_PI / 89460.0},
+                                     std::pair{SCOPE_TRACK_SOLAR, TWO_PI / 86400.0}}) {
+      ASSERT_EQ(ScopeSetTrackingRate(kind), SCOPE_OK);
+      ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
+      ASSERT_TRUE(WaitUntil([&] {
+        return CurrentMount()->References() == 1 && MountState() == SCOPE_STATE_TRACKING;
+      }));
+      EXPECT_TRUE(RunsAt(0, sign * rate, 600000)) << "kind " << kind;
+    }
+    ASSERT_EQ(ScopeSetTracking(0), SCOPE_OK);
+    EXPECT_EQ(MountState(), SCOPE_STATE_IDLE);
+    EXPECT_EQ(AxisStatus(0), SCOPE_AXIS_STOPPED);
+  }
+}
+
+TEST(AltAzSimulator, ManualMotionHaltsTrackingWhichResumesWhenBothAxesStop) {
+  SimulatorSession session(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, 3000.0);
+  ASSERT_EQ(ScopeGotoHorizontal(2.0, 40 * DEG), SCOPE_OK);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_SLEWING));
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_IDLE));
+  ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+  ASSERT_TRUE(WaitUntil([] {
+    return (AxisStatus(0) & SCOPE_AXIS_RUNNING) != 0 && (AxisStatus(1) & SCOPE_AXIS_RUNNING) != 0;
+  })) << "both axes track";
+  AltAzMount& altaz = dynamic_cast<AltAzMount&>(*CurrentMount());
+  EXPECT_TRUE(altaz.IsTrackingLoopRunning());
+
+  const double rate = 100 * SIDEREAL_RATE;
+  ASSERT_EQ(ScopeMoveAxis(1, rate), SCOPE_OK);
+  EXPECT_FALSE(altaz.IsTrackingLoopRunning()) << "a manual motion halts the loop first";
+  ASSERT_EQ(ScopeMoveAxis(0, -rate), SCOPE_OK);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_MOVING));
+  EXPECT_TRUE(RunsAt(0, -rate, 10000));
+  EXPECT_TRUE(RunsAt(1, rate, 10000));
+  // One axis still driven: tracking waits.
+  ASSERT_EQ(ScopeStopAxis(0), SCOPE_OK);
+  EXPECT_EQ(AxisStatus(0), SCOPE_AXIS_STOPPED);
+  EXPECT_EQ(MountState(), SCOPE_STATE_MOVING);
+  EXPECT_FALSE(altaz.IsTrackingLoopRunning());
+  // Both stopped and tracking wanted: it resumes where the mount now points.
+  const AnglePair stoppedAt = AxisPositions();
+  ASSERT_EQ(ScopeStopAxis(1), SCOPE_OK);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+  ASSERT_TRUE(WaitUntil([&] { return altaz.IsTrackingLoopRunning(); }));
+  EXPECT_LT(Separation(AxisPositions(), stoppedAt), 1 * DEG) << "no slew back";
+
+  ASSERT_EQ(ScopeSetTracking(0), SCOPE_OK);
+  EXPECT_FALSE(altaz.IsTrackingLoopRunning());
+  EXPECT_EQ(AxisStatus(0), SCOPE_AXIS_STOPPED);
+  EXPECT_EQ(AxisStatus(1), SCOPE_AXIS_STOPPED);
+  EXPECT_EQ(MountState(), SCOPE_STATE_IDLE);
+  const AnglePair still = AxisPositions();
+  WaitTestTime(30000);
+  EXPECT_EQ(AxisPositions().lon, still.lon) << "stopping tracking stops both motors";
+}
+
+// --- Alignment ------------------------------------------------------------------
+
+// Where a mount built askew by `skew` (on the axis side) with pointing
+// terms sees stars: the simulator's true axes, as the user centres them.
+class AskewMount {
+ public:
+  AskewMount(int32_t model, double latitude, const Matrix3& skew, double index = 0.0,
+             double cone = 0.0) {
+    if (model == SCOPE_MODEL_ALTAZ_SIMULATOR) {
+      truth_.reset(new AltAzSimulator);
+    } else {
+      truth_.reset(new EquatorialSimulator);
+    }
+    truth_->SetSite(latitude, 0.0);
+    truth_->pointing.Update([&](PointingSnapshot& model) {
+      Matrix3 skyToAxes = skew;
+      skyToAxes.MultiplyInPlace(model.skyToAxes);
+      model.skyToAxes = skyToAxes;
+      model.axesToSky = skyToAxes;
+      model.axesToSky.Invert();
+      model.indexError = index;
+      model.coneError = cone;
+    });
+  }
+  AnglePair Axes(AnglePair sky) const {
+    AnglePair axes;
+    truth_->SkyToAxes(&sky, &axes, 1);
+    return axes;
+  }
+  std::array<double, 4> Observe(AnglePair sky) const {
+    const AnglePair axes = Axes(sky);
+    return {sky.lon, sky.lat, axes.lon, axes.lat};
+  }
+
+ private:
+  OwnedMount<Mount> truth_;
+};
+
+Matrix3 TiltAboutX(double angle) {
+  Matrix3 r(1.0);
+  r.at(1, 1) = std::cos(angle);
+  r.at(1, 2) = -std::sin(angle);
+  r.at(2, 1) = std::sin(angle);
+  r.at(2, 2) = std::cos(angle);
+  return r;
+}
+
+TEST(AltAzSimulator, OneStarAlignmentCorrectsEncoderOffsetsAndStartsTracking) {
+  SimulatorSession session(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, 300.0);
+  // The encoders read 1.5 degrees east and 0.7 degrees low of the truth.
+  const AnglePair offset{1.5 * DEG, -0.7 * DEG};
+  const AnglePair star{-2 * HOUR, 20 * DEG};
+  const AnglePair nominal = SkyToAxes(star);
+  const double observation[4] = {star.lon, star.lat, nominal.lon + offset.lon,
+                                 nominal.lat + offset.lat};
+  ASSERT_EQ(ScopeAlignOneStar(observation), SCOPE_OK);
+  double misalignment = NAN;
+  EXPECT_EQ(ScopeGetAlignmentQuality(&misalignment), 100);
+  EXPECT_EQ(misalignment, 0.0);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING)) << "a one-star alignment starts tracking";
+  const AnglePair aligned = SkyToAxes(star);
+  EXPECT_NEAR(aligned.lon, observation[2], 1e-9);
+  EXPECT_NEAR(aligned.lat, observation[3], 1e-9);
+
+  // A GOTO elsewhere lands where the askew encoders put the star.
+  const AnglePair other{1 * HOUR, 45 * DEG};
+  const uint32_t requested = Tick();
+  ASSERT_EQ(ScopeGotoEquatorial(other.lon, other.lat), SCOPE_OK);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_SLEWING));
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+  const TimedReading reading = ReadSky();
+  EXPECT_LE(TrackedError(reading, other, requested), ALTAZ_TOLERANCE);
+  const AnglePair axes = AxisPositions();
+  AltAzSimulator unaligned;
+  ASSERT_EQ(unaligned.SetSite(0.6, 0.0), Ok);
+  AnglePair turned = Turned(other, SecondsBetween(requested, Tick()));
+  AnglePair nominalThere;
+  unaligned.SkyToAxes(&turned, &nominalThere, 1);
+  EXPECT_NEAR(NormalizeAngle(axes.lon - nominalThere.lon), offset.lon, 0.1 * DEG);
+  EXPECT_NEAR(axes.lat - nominalThere.lat, offset.lat, 0.1 * DEG);
+}
+
+TEST(AltAzSimulator, TwoStarAlignmentThenAnHourOfAlignedTracking) {
+  SimulatorSession session(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, 5000.0);
+  const double tilt = 0.5 * DEG;
+  const AskewMount truth(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, TiltAboutX(tilt));
+  const auto first = truth.Observe({-3 * HOUR, 10 * DEG});
+  const auto second = truth.Observe({1 * HOUR, 50 * DEG});
+  ASSERT_EQ(ScopeAlignTwoStars(first.data(), second.data()), SCOPE_OK);
+  double misalignment = NAN;
+  EXPECT_EQ(ScopeGetAlignmentQuality(&misalignment), 100);
+  EXPECT_NEAR(misalignment, tilt, 1 * ARCSEC);
+  EXPECT_EQ(MountState(), SCOPE_STATE_IDLE) << "two stars start no tracking";
+
+  // The mount stands on a third star (the simulator's axes are the truth).
+  const AnglePair star{-1 * HOUR, 30 * DEG};
+  const AnglePair axes = truth.Axes(star);
+  ASSERT_EQ(ScopeSyncAxis(0, axes.lon), SCOPE_OK);
+  ASSERT_EQ(ScopeSyncAxis(1, axes.lat), SCOPE_OK);
+  EXPECT_LT(Separation(SkyPosition(), star), 1 * ARCSEC);
+  ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+  const uint32_t anchored = CurrentMount()->trackStartTick;
+  ASSERT_TRUE(WaitUntil([&] { return Tick() - anchored >= 3600000; }));
+  const TimedReading reading = ReadSky();
+  EXPECT_LE(TrackedError(reading, star, anchored), ALTAZ_TOLERANCE);
+  // And the askew axes really follow the star.
+  const AnglePair real = truth.Axes(Turned(star, SecondsBetween(anchored, reading.before)));
+  EXPECT_LE(Separation(AxisPositions(), real), ALTAZ_TOLERANCE + reading.Slack() * 2.0);
+}
+
+TEST(EquatorialSimulator, ThreeStarAlignmentAndItsRecordInALaterConnection) {
+  const double index = 0.25 * DEG;
+  const double cone = 0.15 * DEG;
+  const AskewMount truth(SCOPE_MODEL_EQUATORIAL_SIMULATOR, 0.6, TiltAboutX(0.3 * DEG), index,
+                         cone);
+  const auto s1 = truth.Observe({-1 * HOUR, 10 * DEG});
+  const auto s2 = truth.Observe({-4 * HOUR, 60 * DEG});
+  const auto s3 = truth.Observe({2 * HOUR, 40 * DEG});
+  const AnglePair probes[] = {{-3 * HOUR, 30 * DEG}, {0.5 * HOUR, -20 * DEG}, {4 * HOUR, 70 * DEG}};
+  std::array<uint8_t, SCOPE_ALIGNMENT_RECORD_SIZE> record{};
+  std::array<AnglePair, 3> alignedAxes;
+  {
+    SimulatorSession session(SCOPE_MODEL_EQUATORIAL_SIMULATOR, 0.6, 300.0);
+    EXPECT_EQ(ScopeAlignTwoStars(s1.data(), s1.data()), SCOPE_ALIGN_FAILED)
+        << "one star twice fixes no frame";
+    EXPECT_EQ(ScopeGetAlignmentQuality(nullptr), 0);
+    ASSERT_EQ(ScopeAlignThreeStars(s1.data(), s2.data(), s3.data()), SCOPE_OK);
+    double fittedCone = NAN;
+    ASSERT_EQ(ScopeGetPointingTerms(&fittedCone, nullptr), SCOPE_OK);
+    EXPECT_NEAR(fittedCone, cone, 60 * ARCSEC);
+    EXPECT_EQ(ScopeGetAlignmentQuality(nullptr), 100);
+    EXPECT_EQ(MountState(), SCOPE_STATE_IDLE);
+    for (size_t i = 0; i < 3; ++i) {
+      alignedAxes[i] = SkyToAxes(probes[i]);
+      EXPECT_LT(Separation(alignedAxes[i], truth.Axes(probes[i])), 60 * ARCSEC) << i;
+    }
+    EXPECT_EQ(ScopeGetAlignmentData(record.data()), SCOPE_ALIGNMENT_RECORD_SIZE);
+  }
+  // A later connection starts nominal; the record brings the alignment back.
+  SimulatorSession later(SCOPE_MODEL_EQUATORIAL_SIMULATOR, 0.6, 300.0);
+  EXPECT_EQ(ScopeGetAlignmentQuality(nullptr), 0);
+  EXPECT_GT(Separation(SkyToAxes(probes[0]), alignedAxes[0]), 0.1 * DEG);
+  std::array<uint8_t, SCOPE_ALIGNMENT_RECORD_SIZE> corrupt = record;
+  corrupt[100] ^= 1;
+  EXPECT_EQ(ScopeSetAlignmentData(corrupt.data()), SCOPE_INVALID_ALIGNMENT_DATA);
+  EXPECT_EQ(ScopeGetAlignmentQuality(nullptr), 0) << "a bad record changes nothing";
+  ASSERT_EQ(ScopeSetAlignmentData(record.data()), SCOPE_OK);
+  EXPECT_EQ(ScopeGetAlignmentQuality(nullptr), 100);
+  for (size_t i = 0; i < 3; ++i) {
+    const AnglePair axes = SkyToAxes(probes[i]);
+    EXPECT_EQ(axes.lon, alignedAxes[i].lon) << i;
+    EXPECT_EQ(axes.lat, alignedAxes[i].lat) << i;
+  }
+  // A GOTO with the restored model lands where the askew mount sees the star.
+  const AnglePair target = probes[0];
+  const uint32_t requested = Tick();
+  ASSERT_EQ(ScopeGotoEquatorial(target.lon, target.lat), SCOPE_OK);
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_SLEWING));
+  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+  const uint32_t before = Tick();
+  const AnglePair axes = AxisPositions();
+  const AnglePair real = truth.Axes(Turned(target, SecondsBetween(requested, before)));
+  EXPECT_LE(Separation(axes, real), EQUATORIAL_TOLERANCE + 60 * ARCSEC);
+}
+
+TEST(Simulators, AlignmentRecordsBelongToTheirModel) {
+  std::array<uint8_t, SCOPE_ALIGNMENT_RECORD_SIZE> record{};
+  {
+    SimulatorSession session(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, 300.0);
+    ASSERT_EQ(ScopeGetAlignmentData(record.data()), SCOPE_ALIGNMENT_RECORD_SIZE);
+    EXPECT_EQ(ScopeSetAlignmentData(record.data()), SCOPE_OK);
+  }
+  SimulatorSession session(SCOPE_MODEL_EQUATORIAL_SIMULATOR, 0.6, 300.0);
+  EXPECT_EQ(ScopeSetAlignmentData(record.data()), SCOPE_INVALID_ALIGNMENT_DATA);
+}
+
+// --- Disconnecting at any moment ------------------------------------------------
+
+class DisconnectAnyMoment : public ::testing::TestWithParam<int32_t> {};
+
+TEST_P(DisconnectAnyMoment, EndsEveryActivityPromptly) {
+  const int32_t model = GetParam();
+  std::mt19937 random(20261123u + static_cast<uint32_t>(model));
+  std::uniform_int_distribution<uint32_t> testMs(0, 4000);
+  constexpr int ROUNDS = 36;
+  constexpr int ACTIVITIES = 6;
+  for (int round = 0; round < ROUNDS; ++round) {
+    SimulatorSession session(model, round % 2 == 0 ? 0.6 : -0.6, 500.0);
+    const double star[4] = {-2 * HOUR, 20 * DEG, 0.3, 0.4};
+    switch (round % ACTIVITIES) {
+      case 0:
+        ASSERT_EQ(ScopeGotoEquatorial(-4 * HOUR, 10 * DEG), SCOPE_OK);
+        break;
+      case 1:
+        ASSERT_EQ(ScopeGotoAxes(2.0, 0.8), SCOPE_OK);
+        break;
+      case 2:
+        ASSERT_EQ(ScopeMoveAxis(0, 0.01), SCOPE_OK);
+        ASSERT_EQ(ScopeMoveAxis(1, -0.01), SCOPE_OK);
+        break;
+      case 3:
+        ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
+        break;
+      case 4:
+        ASSERT_EQ(ScopeAlignOneStar(star), SCOPE_OK);
+        break;
+      case 5:
+        // A reversal with the longest backlash: a take-up of 7.5 s.
+        ASSERT_EQ(ScopeSetBacklash(0, 2 * DEG), SCOPE_OK);
+        ASSERT_EQ(ScopeMoveAxis(0, -SIDEREAL_RATE), SCOPE_OK);
+        break;
+    }
+    WaitTestTime(round < ACTIVITIES ? 0 : testMs(random));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(ScopeDisconnect(), SCOPE_OK);
+    const auto took = std::chrono::steady_clock::now() - start;
+    // Within the design's waits (3000 ms + 2000 ms of test time), with room
+    // for a loaded machine.
+    EXPECT_LT(took, std::chrono::seconds(5)) << "round " << round;
+    EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
+  }
+  // A fresh connection stands at home.
+  SimulatorSession session(model, 0.6, 500.0);
+  const AnglePair home = AxisPositions();
+  EXPECT_EQ(home.lat, model == SCOPE_MODEL_EQUATORIAL_SIMULATOR ? HALF_PI : 0.0);
+  EXPECT_EQ(MountState(), SCOPE_STATE_IDLE);
+}
+
+INSTANTIATE_TEST_SUITE_P(Simulators, DisconnectAnyMoment,
+                         ::testing::Values(SCOPE_MODEL_EQUATORIAL_SIMULATOR,
+                                           SCOPE_MODEL_ALTAZ_SIMULATOR),
+                         [](const ::testing::TestParamInfo<int32_t>& info) {
+                           return std::string(ModelName(info.param));
+                         });
+
+}  // namespace
+}  // namespace scopemount

@@ -1,0 +1,139 @@
+// Driving the simulators the way an application does: through the C
+// boundary, on a fast test clock, waiting on conditions with real-time
+// deadlines.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <memory>
+
+#include "celestial/angles.h"
+#include "interface/current_mount.h"
+#include "platform/clock.h"
+#include "scopemount.h"
+#include "support/fast_clock.h"
+
+namespace scopemount::testing {
+
+inline constexpr double DEG = PI / 180.0;
+inline constexpr double ARCSEC = DEG / 3600.0;
+inline constexpr double HOUR = 15.0 * DEG;
+inline constexpr double ALTAZ_TOLERANCE = 0.0008726646259971648;      // 0.05 degree
+inline constexpr double EQUATORIAL_TOLERANCE = 0.0005817764173314432;  // 1/30 degree
+
+inline double GotoToleranceOf(int32_t model) {
+  return model == SCOPE_MODEL_ALTAZ_SIMULATOR ? ALTAZ_TOLERANCE : EQUATORIAL_TOLERANCE;
+}
+
+inline double Separation(const AnglePair& a, const AnglePair& b) {
+  return AngularSeparation(a.lon, a.lat, b.lon, b.lat);
+}
+
+inline uint32_t MountState() {
+  uint32_t state = 0;
+  EXPECT_EQ(ScopeGetMountStatus(&state), SCOPE_OK);
+  return state;
+}
+
+inline uint32_t AxisStatus(uint32_t axis) {
+  uint32_t status = 0;
+  EXPECT_EQ(ScopeGetAxisStatus(axis, &status), SCOPE_OK);
+  return status;
+}
+
+inline AnglePair AxisPositions() {
+  double angles[2] = {NAN, NAN};
+  EXPECT_EQ(ScopeGetAxisPositions(angles), SCOPE_OK);
+  return {angles[0], angles[1]};
+}
+
+inline AnglePair SkyPosition() {
+  double position[2] = {NAN, NAN};
+  EXPECT_EQ(ScopeGetSkyPosition(position), SCOPE_OK);
+  return {position[0], position[1]};
+}
+
+inline AnglePair HorizontalPosition() {
+  double position[2] = {NAN, NAN};
+  EXPECT_EQ(ScopeGetHorizontalPosition(position), SCOPE_OK);
+  return {position[0], position[1]};
+}
+
+inline AnglePair SkyToAxes(AnglePair sky) {
+  double axes[2] = {NAN, NAN};
+  EXPECT_EQ(ScopeSkyToAxes(sky.lon, sky.lat, axes), SCOPE_OK);
+  return {axes[0], axes[1]};
+}
+
+inline uint32_t Tick() { return platform::TickCount(); }
+
+// Test-clock seconds from `from` to `to`.
+inline double SecondsBetween(uint32_t from, uint32_t to) {
+  return static_cast<double>(to - from) / 1000.0;
+}
+
+// `sky` as the sky has turned `seconds` later.
+inline AnglePair Turned(AnglePair sky, double seconds) {
+  return {NormalizeAngle(sky.lon + SIDEREAL_RATE * seconds), sky.lat};
+}
+
+// Where the mount points, and the test-clock ticks just before and after
+// the reading: the sky turns while a thread is descheduled, so a check
+// against a moving position allows for the time the reading took.
+struct TimedReading {
+  AnglePair sky;
+  uint32_t before;
+  uint32_t after;
+  double Slack() const { return SIDEREAL_RATE * SecondsBetween(before, after); }
+};
+
+inline TimedReading ReadSky() {
+  TimedReading reading;
+  reading.before = Tick();
+  reading.sky = SkyPosition();
+  reading.after = Tick();
+  return reading;
+}
+
+// Distance of a reading from a sky position that was at `sky` at tick
+// `since` and has turned with the sky, less what the reading's own
+// duration excuses.
+inline double TrackedError(const TimedReading& reading, AnglePair sky, uint32_t since) {
+  return Separation(reading.sky, Turned(sky, SecondsBetween(since, reading.before))) -
+         reading.Slack();
+}
+
+// Waits until the mount reports `state`.
+inline bool WaitForState(uint32_t state,
+                         std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+  return WaitUntil([state] { return MountState() == state; }, timeout);
+}
+
+// Waits until `ms` of test-clock time have passed.
+inline void WaitTestTime(uint32_t ms) {
+  const uint32_t start = Tick();
+  ASSERT_TRUE(WaitUntil([&] { return Tick() - start >= ms; }, std::chrono::seconds(60)));
+}
+
+// A connection to one simulator on a fast clock; disconnects at the end.
+class SimulatorSession {
+ public:
+  SimulatorSession(int32_t model, double latitude, double speed)
+      : clock_(std::make_unique<ScopedFastClock>(speed)) {
+    ScopeDisconnect();
+    EXPECT_EQ(ScopeConnect(model, latitude, 100.0), SCOPE_OK);
+  }
+  ~SimulatorSession() {
+    ScopeDisconnect();
+    clock_.reset();
+  }
+  SimulatorSession(const SimulatorSession&) = delete;
+  SimulatorSession& operator=(const SimulatorSession&) = delete;
+
+ private:
+  std::unique_ptr<ScopedFastClock> clock_;
+};
+
+}  // namespace scopemount::testing
