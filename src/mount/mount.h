@@ -90,8 +90,9 @@ class Mount {
   // Refuses new workers and asks running ones to end; bounded waits.
   void StopWorkersForRelease();
   // Starts entry(parameter) on a new thread holding a reference to this
-  // mount (the entry ends with ReleaseWorkerReference). False, with nothing
-  // started, when the thread cannot be created or the mount is being released.
+  // mount, which the entry gives back through a WorkerReference
+  // (worker_hand_over.h). False, with nothing started, when the thread
+  // cannot be created or the mount is being released.
   bool StartWorker(platform::ThreadEntry entry, void* parameter,
                    platform::ThreadPriority priority);
   // The owner's reference plus one per worker thread still running.
