@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,7 +35,8 @@ void CloseFd(int& fd) {
 }  // namespace
 
 ProcessResult RunProcess(const std::string& program, const std::vector<std::string>& arguments,
-                         const std::string& input, const std::vector<std::string>& environment) {
+                         const std::string& input, const std::vector<std::string>& environment,
+                         const std::string& interruptWhenSeen) {
   ProcessResult result;
   Pipe in, out, err;
   if (!in.Open() || !out.Open() || !err.Open()) return result;
@@ -70,6 +72,7 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
 
   // Feed the input and drain both outputs together so neither pipe fills.
   size_t written = 0;
+  bool interruptSent = false;
   if (input.empty()) CloseFd(in.write);
   char buffer[4096];
   while (out.read >= 0 || err.read >= 0) {
@@ -84,6 +87,10 @@ ProcessResult RunProcess(const std::string& program, const std::vector<std::stri
       } else {
         (i == 0 ? result.out : result.err).append(buffer, static_cast<size_t>(n));
       }
+    }
+    if (!interruptSent && !interruptWhenSeen.empty() && result.out.find(interruptWhenSeen) != std::string::npos) {
+      kill(pid, SIGINT);
+      interruptSent = true;
     }
     if (in.write >= 0 && fds[2].revents != 0) {
       const ssize_t n = write(in.write, input.data() + written, input.size() - written);

@@ -14,8 +14,11 @@ struct ProcessResult {
 
 // Runs `program` with `arguments`, feeding `input` on standard input; extra
 // environment entries ("NAME=value") are added to the current environment.
+// With `interruptWhenSeen`, the program gets SIGINT (as from Ctrl-C) once
+// its standard output contains that text.
 ProcessResult RunProcess(const std::string& program, const std::vector<std::string>& arguments,
                          const std::string& input = "",
-                         const std::vector<std::string>& environment = {});
+                         const std::vector<std::string>& environment = {},
+                         const std::string& interruptWhenSeen = "");
 
 }  // namespace scopemount::testing

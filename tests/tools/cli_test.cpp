@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "support/process.h"
@@ -73,6 +74,109 @@ TEST(Cli, BadArgumentsSayWhatIsWrongAndFail) {
   r = Cli({"--help"});
   EXPECT_EQ(r.exitStatus, 0);
   EXPECT_TRUE(Contains(r.out, "sidereal-time")) << r.out;
+}
+
+}  // namespace
+
+namespace {
+
+// Sessions with the simulators run on the wall clock: targets are chosen so
+// that slews take a few seconds.
+const std::vector<std::string> GREENWICH = {"--lat", "51.4769", "--lon", "0"};
+
+std::vector<std::string> At(std::vector<std::string> args) {
+  args.insert(args.end(), GREENWICH.begin(), GREENWICH.end());
+  return args;
+}
+
+TEST(CliSession, DefaultRunConnectsSlewsTracksAndDisconnects) {
+  const ProcessResult r = Cli({});
+  ASSERT_EQ(r.exitStatus, 0) << r.out << r.err;
+  EXPECT_TRUE(Contains(r.out, "Connected: Alt/Az Mount Simulator")) << r.out;
+  EXPECT_TRUE(Contains(r.out, ") is up: RA ")) << r.out;
+  EXPECT_TRUE(Contains(r.out, "\nslewing ")) << "plain progress lines when not a terminal\n" << r.out;
+  EXPECT_TRUE(Contains(r.out, "Arrived: tracking")) << r.out;
+  EXPECT_TRUE(Contains(r.out, "t+ 5.")) << r.out;
+  EXPECT_TRUE(Contains(r.out, "Disconnected.\n")) << r.out;
+  EXPECT_EQ(r.out.find('\r'), std::string::npos) << "no line rewriting into a pipe";
+}
+
+TEST(CliSession, GotoAStarArrivesAndHoldsIt) {
+  // Polaris is always up at this site and close to where the simulator starts.
+  const ProcessResult r = Cli(At({"goto", "--star", "Polaris", "--track", "2"}));
+  ASSERT_EQ(r.exitStatus, 0) << r.out << r.err;
+  EXPECT_TRUE(Contains(r.out, "Slewing to Polaris")) << r.out;
+  EXPECT_TRUE(Contains(r.out, "Arrived: tracking")) << r.out;
+  EXPECT_TRUE(Contains(r.out, "t+ 2.")) << r.out;
+
+  const ProcessResult json = Cli(At({"--json", "goto", "--axes", "3", "2"}));
+  ASSERT_EQ(json.exitStatus, 0) << json.err;
+  EXPECT_TRUE(Contains(json.out, "{\"event\":\"arrived\",\"status\":{\"state\":\"idle\","))
+      << json.out;
+  EXPECT_FALSE(Contains(json.out, "Slewing to")) << "JSON mode prints JSON only";
+}
+
+TEST(CliSession, FailuresUseTheLibrarysWordsAndExitNonzero) {
+  ProcessResult r = Cli(At({"goto", "--star", "Vulcan"}));
+  EXPECT_EQ(r.exitStatus, 2);
+  EXPECT_TRUE(Contains(r.err, "unknown star 'Vulcan'")) << r.err;
+
+  r = Cli(At({"goto", "--altaz", "10", "85"}));
+  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_TRUE(Contains(r.err, "Target position too high (103)")) << r.err;
+  r = Cli(At({"goto", "--altaz", "10", "-5"}), "zh_CN.UTF-8");
+  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_TRUE(Contains(r.err, "目标仰角过低 (104)")) << "in the user's language: " << r.err;
+
+  r = Cli({"goto", "--radec", "12", "45", "--star", "Vega"});
+  EXPECT_EQ(r.exitStatus, 2) << "two targets at once";
+  r = Cli({"goto", "--radec", "12"});
+  EXPECT_NE(r.exitStatus, 0);
+  r = Cli({"--model", "12", "status"});
+  EXPECT_NE(r.exitStatus, 0);
+  r = Cli({"move", "2", "1.0"});
+  EXPECT_NE(r.exitStatus, 0) << "there is no axis 2";
+}
+
+TEST(CliSession, ShellRunsCommandsInOneConnection) {
+  const std::string script =
+      "# a scripted session\n"
+      "status\n"
+      "goto --axes 4 3\n"
+      "save " + ::testing::TempDir() + "scopemount_shell.rec\n"
+      "bogus\n"
+      "status\n"
+      "quit\n"
+      "status\n";
+  const ProcessResult r =
+      RunProcess(SCOPEMOUNT_CLI_PATH, At({"shell"}), script, {"LC_ALL=C"});
+  EXPECT_EQ(r.exitStatus, 1) << "one command failed: " << r.out << r.err;
+  EXPECT_EQ(std::count(r.out.begin(), r.out.end(), 'C') >= 1, true);
+  size_t connects = 0;
+  for (size_t at = r.out.find("Connected:"); at != std::string::npos;
+       at = r.out.find("Connected:", at + 1)) {
+    ++connects;
+  }
+  EXPECT_EQ(connects, 1u) << "one connection for the whole script\n" << r.out;
+  EXPECT_TRUE(Contains(r.out, "idle     axes     4.000     3.000")) << r.out;
+  EXPECT_TRUE(Contains(r.out, "Alignment saved to")) << r.out;
+  EXPECT_TRUE(Contains(r.err, "bogus")) << r.err;
+  EXPECT_TRUE(Contains(r.out, "Disconnected.\n")) << r.out;
+
+  // The saved record restores in a later connection.
+  const ProcessResult loaded =
+      Cli(At({"--load", ::testing::TempDir() + "scopemount_shell.rec", "status"}));
+  EXPECT_EQ(loaded.exitStatus, 0) << loaded.err;
+  EXPECT_TRUE(Contains(loaded.out, "Alignment restored from")) << loaded.out;
+}
+
+TEST(CliSession, CtrlCDuringASlewStopsTheMountAndDisconnects) {
+  const ProcessResult r = RunProcess(SCOPEMOUNT_CLI_PATH, At({"goto", "--altaz", "170", "60"}),
+                                     "", {"LC_ALL=C"}, "\nslewing ");
+  EXPECT_EQ(r.exitStatus, 130) << r.out << r.err;
+  EXPECT_TRUE(Contains(r.err, "User interrupt (105)")) << r.err;
+  EXPECT_TRUE(Contains(r.out, "Disconnected.\n")) << r.out;
+  EXPECT_FALSE(Contains(r.out, "Arrived")) << r.out;
 }
 
 }  // namespace

@@ -6,13 +6,13 @@
 #include <string>
 
 #include "commands.h"
+#include "format.h"
 #include "scopemount.h"
 
 namespace scopemount::cli {
 
 namespace {
 
-constexpr double PI = 3.141592653589793;
 constexpr double SECONDS_PER_HOUR = 3600.0;
 
 struct SiderealTimeOptions {
@@ -66,19 +66,6 @@ std::optional<SYSTEMTIME> ParseLocalTime(const std::string& text) {
   return ToSystemTime(tm, milliseconds > 999 ? 999 : milliseconds);
 }
 
-// Hours into [0, 24) and then "HHh MMm SS.SSSSs".
-std::string FormatHours(double hours) {
-  hours = std::fmod(hours, 24.0);
-  if (hours < 0.0) hours += 24.0;
-  const int h = static_cast<int>(hours);
-  const double minutesTotal = (hours - h) * 60.0;
-  const int m = static_cast<int>(minutesTotal);
-  const double s = (minutesTotal - m) * 60.0;
-  char buffer[48];
-  std::snprintf(buffer, sizeof buffer, "%02dh %02dm %07.4fs", h, m, s);
-  return buffer;
-}
-
 int PrintSiderealTime(const SiderealTimeOptions& options) {
   SYSTEMTIME local{};
   double offset = 0.0;
@@ -114,12 +101,12 @@ int PrintSiderealTime(const SiderealTimeOptions& options) {
   // The library's value is not reduced into one turn; show it in [0, 2 pi).
   double reduced = std::fmod(gmst, 2.0 * PI);
   if (reduced < 0.0) reduced += 2.0 * PI;
-  std::printf("Greenwich mean sidereal time  %s  (%.9f rad)\n", FormatHours(gmstHours).c_str(),
+  std::printf("Greenwich mean sidereal time  %s  (%.9f rad)\n", FormatHoursLong(gmst).c_str(),
               reduced);
   if (options.longitudeDegrees) {
     const double lstHours = gmstHours + *options.longitudeDegrees / 15.0;
     std::printf("local mean sidereal time      %s  (longitude %+.4f deg)\n",
-                FormatHours(lstHours).c_str(), *options.longitudeDegrees);
+                FormatHoursLong(lstHours / HOURS_PER_RADIAN).c_str(), *options.longitudeDegrees);
   }
   return 0;
 }

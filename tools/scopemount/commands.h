@@ -11,7 +11,9 @@ void AddSiderealTimeCommand(CLI::App& app);
 void AddSeparationCommand(CLI::App& app);
 void AddEmulateCommand(CLI::App& app);
 
-// What the program does when no subcommand is given.
-int RunDefault();
+// Adds the mount commands and the global options (model, port, site, JSON,
+// alignment record), parses, runs; with no command, a short simulated
+// session. Returns the exit status.
+int RunProgram(CLI::App& app, int argc, char** argv);
 
 }  // namespace scopemount::cli

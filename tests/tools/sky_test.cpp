@@ -1,0 +1,71 @@
+// Star places brought to the date and site: checked against a published
+// apparent place, independent of the code under test.
+#include <gtest/gtest.h>
+
+#include <erfa.h>
+
+#include <cmath>
+
+#include "format.h"
+#include "sky.h"
+
+namespace scopemount::cli {
+namespace {
+
+constexpr double ARCSEC = PI / 180.0 / 3600.0;
+
+TEST(Sky, ApparentPlaceOfThetaPerseiMatchesThePublishedValue) {
+  // theta Persei, FK5 J2000: 2h44m11.986s +49d13'42.48", proper motion
+  // +0.03425 s/yr and -0.0895"/yr. Its published apparent place at
+  // 2028 Nov 13.19 TT is 2h46m14.390s +49d21'07.45".
+  const double ra = *ParseHours("2:44:11.986");
+  const double dec = *ParseDegrees("49:13:42.48");
+  const double pmRa = 0.03425 * 15.0 * ARCSEC;
+  const double pmDec = -0.0895 * ARCSEC;
+  const double publishedRa = *ParseHours("2:46:14.390");
+  const double publishedDec = *ParseDegrees("49:21:07.45");
+
+  // 2028 Nov 13.19 TT is 69.184 s earlier in UTC (37 leap seconds).
+  const UtcTime when{2462088.69, -69.184 / 86400.0};
+  const Site greenwich{*ParseDegrees("51:28:38"), 0.0, 0.0};
+  const std::optional<ObservedPlace> place = Observe(ra, dec, pmRa, pmDec, greenwich, when);
+  ASSERT_TRUE(place.has_value());
+
+  // Diurnal aberration at the site moves the place by a fraction of an
+  // arcsecond; a few arcseconds is the bar.
+  EXPECT_NEAR(place->declination, publishedDec, 3 * ARCSEC);
+  EXPECT_NEAR(std::remainder(place->rightAscension - publishedRa, 2 * PI) * std::cos(publishedDec),
+              0.0, 3 * ARCSEC);
+  // The hour angle is the local apparent sidereal time less the published
+  // right ascension.
+  const double expectedHourAngle = LocalSiderealTime(greenwich, when) - publishedRa;
+  EXPECT_NEAR(std::remainder(place->hourAngle - expectedHourAngle, 2 * PI) * std::cos(publishedDec),
+              0.0, 3 * ARCSEC);
+  // Horizontal and equatorial places agree.
+  const double sinAlt = std::sin(greenwich.latitude) * std::sin(place->declination) +
+                        std::cos(greenwich.latitude) * std::cos(place->declination) *
+                            std::cos(place->hourAngle);
+  EXPECT_NEAR(place->altitude, std::asin(sinAlt), 2 * ARCSEC);
+}
+
+TEST(Sky, CatalogueLookupAndFormats) {
+  ASSERT_NE(FindStar("vega"), nullptr);
+  EXPECT_STREQ(FindStar("  RIGIL kentaurus")->name, "Rigil Kentaurus");
+  EXPECT_EQ(FindStar("Vulcan"), nullptr);
+  EXPECT_EQ(FindStar(""), nullptr);
+  EXPECT_GE(BrightStars().size(), 50u);
+  for (size_t i = 1; i < BrightStars().size(); ++i) {
+    EXPECT_LE(BrightStars()[i - 1].magnitude, BrightStars()[i].magnitude) << "brightest first";
+  }
+  EXPECT_EQ(FormatHours(*ParseHours("18h36m56.3s")), "18:36:56.3");
+  EXPECT_EQ(FormatSignedDegrees(*ParseDegrees("-16:42:58")), "-16:42:58");
+  EXPECT_NEAR(*ParseDegrees("-0:30"), -0.5 / 180 * PI, 1e-15) << "the sign covers every part";
+  EXPECT_FALSE(ParseHours("12:75").has_value());
+  EXPECT_FALSE(ParseDegrees("north").has_value());
+  EXPECT_FALSE(ParseDegrees("1:2:3:4").has_value());
+  EXPECT_EQ(FormatHoursLong(-1e-5), "23h 59m 59.8625s") << "reduced into one day";
+  EXPECT_EQ(FormatHoursLong(-1e-9), "00h 00m 00.0000s") << "rounding carries into the hour";
+}
+
+}  // namespace
+}  // namespace scopemount::cli

@@ -1,0 +1,535 @@
+// Commands that talk to a mount: goto, status, move, stop, align, save,
+// stars, shell, and the short simulated session the program runs when it is
+// given no command.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "format.h"
+#include "scopemount.h"
+#include "session.h"
+#include "sky.h"
+#include "text.h"
+
+namespace scopemount::cli {
+
+namespace {
+
+constexpr double SIDEREAL_RATE = 2.0 * PI / 86164.09065;
+// The demo picks a star comfortably up: above this and below the mount's
+// default upper limit.
+constexpr double DEMO_MIN_ALTITUDE = 25.0 / DEGREES_PER_RADIAN;
+constexpr double DEMO_MAX_ALTITUDE = 70.0 / DEGREES_PER_RADIAN;
+constexpr double DEMO_MAX_MAGNITUDE = 1.5;
+constexpr double DEMO_TRACK_SECONDS = 5.0;
+
+// Where a GOTO aims, and how far the mount still is from it.
+struct Target {
+  std::string description;
+  enum class Kind { Sky, Horizontal, Axes } kind = Kind::Sky;
+  double first = 0.0;   // hour angle, azimuth or axis 0 (radians)
+  double second = 0.0;  // declination, altitude or axis 1
+  // For sky targets: the target's hour angle and declination now.
+  std::function<std::pair<double, double>()> skyNow;
+};
+
+double SkyOffset(const Target& target) {
+  double sky[2];
+  if (ScopeGetSkyPosition(sky) != SCOPE_OK) return NAN;
+  const auto [ha, dec] = target.skyNow();
+  return ScopeAngularSeparation(sky[0], sky[1], ha, dec);
+}
+
+double DistanceToGo(const Target& target) {
+  double here[2];
+  switch (target.kind) {
+    case Target::Kind::Sky:
+      return SkyOffset(target);
+    case Target::Kind::Horizontal:
+      if (ScopeGetHorizontalPosition(here) != SCOPE_OK) return NAN;
+      return ScopeAngularSeparation(here[0], here[1], target.first, target.second);
+    case Target::Kind::Axes:
+      if (ScopeGetAxisPositions(here) != SCOPE_OK) return NAN;
+      return ScopeAngularSeparation(here[0], here[1], target.first, target.second);
+  }
+  return NAN;
+}
+
+// A sky position that turns with the sky from an hour angle given now.
+std::function<std::pair<double, double>()> FixedOnSky(double hourAngle, double declination) {
+  const UtcTime start = UtcNow();
+  return [=] {
+    const double seconds = (UtcNow().jd1 - start.jd1 + UtcNow().jd2 - start.jd2) * 86400.0;
+    return std::pair{hourAngle + seconds * SIDEREAL_RATE, declination};
+  };
+}
+
+std::function<std::pair<double, double>()> StarOnSky(const Star& star, const Site& site) {
+  return [&star, site] {
+    const std::optional<ObservedPlace> place = Observe(star, site, UtcNow());
+    return place ? std::pair{place->hourAngle, place->declination} : std::pair{double(NAN), double(NAN)};
+  };
+}
+
+class Context {
+ public:
+  GlobalOptions options;
+  int exitStatus = 0;
+
+  Output& output() {
+    if (!output_) output_ = std::make_unique<Output>(options.json);
+    return *output_;
+  }
+  Session& session() {
+    if (!session_) session_ = std::make_unique<Session>(options, output());
+    return *session_;
+  }
+  // Connects if needed; false (with the exit status set) on failure.
+  bool Connected() {
+    if (session().Connect() == SCOPE_OK) return true;
+    exitStatus = EXIT_LIBRARY_ERROR;
+    return false;
+  }
+  void Fail(int32_t code, const std::string& what) {
+    output().Failure(code, what);
+    exitStatus = code == SCOPE_USER_INTERRUPT ? EXIT_INTERRUPTED : EXIT_LIBRARY_ERROR;
+  }
+  void UsageError(const std::string& message) {
+    output().Failure(message);
+    exitStatus = EXIT_USAGE;
+  }
+  void Finish() { session_.reset(); }
+
+ private:
+  std::unique_ptr<Output> output_;
+  std::unique_ptr<Session> session_;
+};
+
+// Runs a GOTO to `target`, shows it, then tracks for `trackSeconds`.
+void GotoAndTrack(Context& ctx, Target target, double trackSeconds) {
+  if (!ctx.Connected()) return;
+  Session& session = ctx.session();
+  int32_t r = SCOPE_OK;
+  switch (target.kind) {
+    case Target::Kind::Sky: {
+      const auto [ha, dec] = target.skyNow();
+      r = ScopeGotoEquatorial(ha, dec);
+      break;
+    }
+    case Target::Kind::Horizontal:
+      r = ScopeGotoHorizontal(target.first, target.second);
+      break;
+    case Target::Kind::Axes:
+      r = ScopeGotoAxes(target.first, target.second);
+      break;
+  }
+  if (r != SCOPE_OK) return ctx.Fail(r, "GOTO " + target.description);
+  session.output().Say("Slewing to " + target.description + " ...");
+  session.output().Json("{\"event\":\"goto\",\"target\":\"" + target.description + "\"}");
+  r = session.WaitForSlew([&target] { return DistanceToGo(target); });
+  if (r != SCOPE_OK) return ctx.Fail(r, "GOTO " + target.description);
+  MountStatus status;
+  if ((r = session.ReadStatus(&status)) != SCOPE_OK) return ctx.Fail(r, "reading the mount");
+  char off[64];
+  std::snprintf(off, sizeof off, "  (%.1f\" from the target)",
+                DistanceToGo(target) * DEGREES_PER_RADIAN * 3600.0);
+  session.output().Say("Arrived: " + session.StatusText(status) + off);
+  session.output().Json("{\"event\":\"arrived\",\"status\":" + session.StatusJson(status) + "}");
+  if (trackSeconds <= 0.0) return;
+
+  if (target.kind != Target::Kind::Sky) {
+    // A horizontal or axis GOTO leaves the mount standing: track from here.
+    double sky[2];
+    ScopeGetSkyPosition(sky);
+    target.skyNow = FixedOnSky(sky[0], sky[1]);
+    ScopeSetTracking(1);
+  }
+  session.output().Say("Tracking for " + std::to_string(static_cast<int>(trackSeconds)) + " s ...");
+  r = session.Watch(trackSeconds, [&target] { return SkyOffset(target); });
+  if (r != SCOPE_OK) ctx.Fail(r, "tracking");
+}
+
+// --- goto ------------------------------------------------------------------
+
+struct GotoOptions {
+  std::string star;
+  std::vector<std::string> radec, hadec, altaz, axes;
+  double track = 0.0;
+};
+
+std::optional<std::pair<double, double>> ParsePair(const std::vector<std::string>& values,
+                                                    bool firstInHours) {
+  if (values.size() != 2) return std::nullopt;
+  const std::optional<double> first =
+      firstInHours ? ParseHours(values[0]) : ParseDegrees(values[0]);
+  const std::optional<double> second = ParseDegrees(values[1]);
+  if (!first || !second) return std::nullopt;
+  return std::pair{*first, *second};
+}
+
+void RunGoto(Context& ctx, const GotoOptions& o) {
+  const int given = !o.star.empty() + !o.radec.empty() + !o.hadec.empty() + !o.altaz.empty() +
+                    !o.axes.empty();
+  if (given != 1) {
+    return ctx.UsageError("goto needs exactly one of --star, --radec, --hadec, --altaz, --axes");
+  }
+  Target target;
+  const Site site = ctx.session().site();
+  if (!o.star.empty()) {
+    const Star* star = FindStar(o.star);
+    if (star == nullptr) {
+      return ctx.UsageError("unknown star '" + o.star + "' (scopemount stars lists them)");
+    }
+    target.description = star->name;
+    target.skyNow = StarOnSky(*star, site);
+  } else if (!o.radec.empty()) {
+    const auto pair = ParsePair(o.radec, true);
+    if (!pair) return ctx.UsageError("--radec expects RA (hours) and Dec (degrees)");
+    const auto [ra, dec] = *pair;
+    target.description = "RA " + FormatHours(ra) + " Dec " + FormatSignedDegrees(dec);
+    // The hour angle from the site's longitude and the clock.
+    target.skyNow = [ra, dec, site] {
+      return std::pair{LocalSiderealTime(site, UtcNow()) - ra, dec};
+    };
+  } else if (!o.hadec.empty()) {
+    const auto pair = ParsePair(o.hadec, true);
+    if (!pair) return ctx.UsageError("--hadec expects HA (hours) and Dec (degrees)");
+    target.description = "HA " + FormatHours(pair->first) + " Dec " +
+                         FormatSignedDegrees(pair->second);
+    target.skyNow = FixedOnSky(pair->first, pair->second);
+  } else {
+    const bool horizontal = !o.altaz.empty();
+    const auto pair = ParsePair(horizontal ? o.altaz : o.axes, false);
+    if (!pair) return ctx.UsageError(horizontal ? "--altaz expects AZ and ALT in degrees"
+                                                : "--axes expects two axis angles in degrees");
+    target.kind = horizontal ? Target::Kind::Horizontal : Target::Kind::Axes;
+    target.first = pair->first;
+    target.second = pair->second;
+    target.description = std::string(horizontal ? "Az " : "axes ") + FormatDegrees(pair->first) +
+                         (horizontal ? " Alt " : " ") + FormatDegrees(pair->second);
+  }
+  GotoAndTrack(ctx, target, o.track);
+}
+
+void AddGoto(CLI::App& app, Context& ctx) {
+  auto o = std::make_shared<GotoOptions>();
+  CLI::App* c = app.add_subcommand("goto", "Slew to a star or a position, then track");
+  c->add_option("--star", o->star, "A bright star by name (see `stars`)");
+  c->add_option("--radec", o->radec, "Right ascension (hours) and declination (degrees)")
+      ->expected(2)->allow_extra_args(false);
+  c->add_option("--hadec", o->hadec, "Hour angle (hours) and declination (degrees)")
+      ->expected(2)->allow_extra_args(false);
+  c->add_option("--altaz", o->altaz, "Azimuth from north and altitude (degrees)")
+      ->expected(2)->allow_extra_args(false);
+  c->add_option("--axes", o->axes, "Axis 0 and axis 1 angles (degrees)")
+      ->expected(2)->allow_extra_args(false);
+  c->add_option("--track", o->track, "Keep tracking this many seconds after arriving")
+      ->check(CLI::Range(0.0, 86400.0));
+  c->callback([&ctx, o] { RunGoto(ctx, *o); });
+}
+
+// --- status, stop, move ------------------------------------------------------
+
+void ShowStatus(Context& ctx) {
+  MountStatus status;
+  const int32_t r = ctx.session().ReadStatus(&status);
+  if (r != SCOPE_OK) return ctx.Fail(r, "reading the mount");
+  ctx.output().Say(ctx.session().StatusText(status));
+  ctx.output().Json("{\"event\":\"status\",\"status\":" + ctx.session().StatusJson(status) + "}");
+}
+
+void AddStatus(CLI::App& app, Context& ctx) {
+  app.add_subcommand("status", "Show where the mount points and what it does")
+      ->callback([&ctx] {
+        if (ctx.Connected()) ShowStatus(ctx);
+      });
+}
+
+void AddStop(CLI::App& app, Context& ctx) {
+  app.add_subcommand("stop", "Stop both axes")->callback([&ctx] {
+    if (!ctx.Connected()) return;
+    ctx.session().StopBothAxes();
+    ShowStatus(ctx);
+  });
+}
+
+struct MoveOptions {
+  uint32_t axis = 0;
+  double rate = 0.0;
+  double seconds = 3.0;
+};
+
+void RunMove(Context& ctx, const MoveOptions& o) {
+  if (!ctx.Connected()) return;
+  const int32_t r = ScopeMoveAxis(o.axis, o.rate / DEGREES_PER_RADIAN);
+  if (r != SCOPE_OK) return ctx.Fail(r, "moving axis " + std::to_string(o.axis));
+  const int32_t watched = ctx.session().Watch(o.seconds, [] { return 0.0; });
+  ScopeStopAxis(o.axis);
+  if (watched != SCOPE_OK) return ctx.Fail(watched, "moving");
+  ShowStatus(ctx);
+}
+
+void AddMove(CLI::App& app, Context& ctx) {
+  auto o = std::make_shared<MoveOptions>();
+  CLI::App* c = app.add_subcommand("move", "Run one axis at a rate for a while, then stop it");
+  c->add_option("AXIS", o->axis, "0 (RA/azimuth) or 1 (Dec/altitude)")
+      ->required()
+      ->check(CLI::Range(0, 1));
+  c->add_option("RATE", o->rate, "Degrees per second, signed")->required()->check(
+      CLI::Range(-10.0, 10.0));
+  c->add_option("--for", o->seconds, "Seconds to run (default 3)")->check(CLI::Range(0.0, 3600.0));
+  c->callback([&ctx, o] { RunMove(ctx, *o); });
+}
+
+// --- align, save -------------------------------------------------------------
+
+bool WriteRecord(Context& ctx, const std::string& path) {
+  unsigned char record[SCOPE_ALIGNMENT_RECORD_SIZE] = {};
+  const int32_t size = ScopeGetAlignmentData(record);
+  if (size != SCOPE_ALIGNMENT_RECORD_SIZE) {
+    ctx.Fail(size, "reading the alignment");
+    return false;
+  }
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(record), sizeof record);
+  if (!out) {
+    ctx.UsageError("cannot write " + path);
+    return false;
+  }
+  ctx.output().Say("Alignment saved to " + path);
+  return true;
+}
+
+void RunAlign(Context& ctx, const std::vector<std::string>& names, const std::string& save) {
+  if (names.empty() || names.size() > 3) return ctx.UsageError("align takes one to three --star");
+  std::vector<const Star*> stars;
+  for (const std::string& name : names) {
+    const Star* star = FindStar(name);
+    if (star == nullptr) return ctx.UsageError("unknown star '" + name + "'");
+    stars.push_back(star);
+  }
+  if (!ctx.Connected()) return;
+  const Site site = ctx.session().site();
+  double observations[3][4] = {};
+  for (size_t i = 0; i < stars.size(); ++i) {
+    Target target{stars[i]->name, Target::Kind::Sky, 0, 0, StarOnSky(*stars[i], site)};
+    GotoAndTrack(ctx, target, 0.0);
+    if (ctx.exitStatus != 0) return;
+    // The simulator's reading stands in for the observer's centring.
+    const auto [ha, dec] = target.skyNow();
+    double axes[2];
+    const int32_t r = ScopeGetAxisPositions(axes);
+    if (r != SCOPE_OK) return ctx.Fail(r, "reading the axes");
+    double* o = observations[i];
+    o[0] = ha;
+    o[1] = dec;
+    o[2] = axes[0];
+    o[3] = axes[1];
+    ctx.output().Say(std::string("Centred ") + stars[i]->name);
+  }
+  int32_t r = SCOPE_OK;
+  if (stars.size() == 1) r = ScopeAlignOneStar(observations[0]);
+  if (stars.size() == 2) r = ScopeAlignTwoStars(observations[0], observations[1]);
+  if (stars.size() == 3) r = ScopeAlignThreeStars(observations[0], observations[1], observations[2]);
+  if (r != SCOPE_OK) return ctx.Fail(r, "aligning");
+  double misalignment = 0.0, cone = 0.0, nonPerp = 0.0;
+  const int32_t quality = ScopeGetAlignmentQuality(&misalignment);
+  ScopeGetPointingTerms(&cone, &nonPerp);
+  char text[160];
+  std::snprintf(text, sizeof text,
+                "Aligned on %zu star(s): quality %d, misalignment %.1f\", cone %.1f\", "
+                "non-perpendicularity %.1f\"",
+                stars.size(), quality, misalignment * DEGREES_PER_RADIAN * 3600,
+                cone * DEGREES_PER_RADIAN * 3600, nonPerp * DEGREES_PER_RADIAN * 3600);
+  ctx.output().Say(text);
+  ctx.output().Json("{\"event\":\"aligned\",\"stars\":" + std::to_string(stars.size()) +
+                    ",\"quality\":" + std::to_string(quality) + "}");
+  if (!save.empty()) WriteRecord(ctx, save);
+}
+
+void AddAlign(CLI::App& app, Context& ctx) {
+  auto names = std::make_shared<std::vector<std::string>>();
+  auto save = std::make_shared<std::string>();
+  CLI::App* c = app.add_subcommand("align", "Align on one to three bright stars");
+  c->add_option("--star", *names, "A star to centre (repeat for two or three)")->required();
+  c->add_option("--save", *save, "Write the 200-byte alignment record to this file");
+  c->callback([&ctx, names, save] { RunAlign(ctx, *names, *save); });
+}
+
+void AddSave(CLI::App& app, Context& ctx) {
+  auto path = std::make_shared<std::string>();
+  CLI::App* c = app.add_subcommand("save", "Write the alignment record to a file");
+  c->add_option("FILE", *path, "Where to write the 200 bytes")->required();
+  c->callback([&ctx, path] {
+    if (ctx.Connected()) WriteRecord(ctx, *path);
+  });
+}
+
+// --- stars -------------------------------------------------------------------
+
+void AddStars(CLI::App& app, Context& ctx) {
+  auto upOnly = std::make_shared<bool>(false);
+  CLI::App* c = app.add_subcommand("stars", "The bright-star catalogue, with what is up now");
+  c->add_flag("--up", *upOnly, "Only the stars above the horizon");
+  c->callback([&ctx, upOnly] {
+    const Site site = ctx.session().site();
+    const UtcTime now = UtcNow();
+    if (!ctx.options.json) std::printf("%-16s %5s  %-10s %-9s  %8s %8s\n", "star", "mag",
+                                       "RA", "Dec", "Az", "Alt");
+    for (const Star& star : BrightStars()) {
+      const std::optional<ObservedPlace> place = Observe(star, site, now);
+      if (!place || (*upOnly && place->altitude <= 0.0)) continue;
+      char line[160];
+      std::snprintf(line, sizeof line, "%-16s %5.2f  %-10s %-9s  %8s %8s%s", star.name,
+                    star.magnitude, FormatHours(star.rightAscension).c_str(),
+                    FormatSignedDegrees(star.declination).c_str(),
+                    FormatDegrees(place->azimuth).c_str(), FormatDegrees(place->altitude).c_str(),
+                    place->altitude > 0.0 ? "  up" : "");
+      ctx.output().Say(line);
+      ctx.output().Json(std::string("{\"star\":\"") + star.name + "\",\"magnitude\":" +
+                        std::to_string(star.magnitude) + ",\"azimuth\":" +
+                        std::to_string(place->azimuth * DEGREES_PER_RADIAN) + ",\"altitude\":" +
+                        std::to_string(place->altitude * DEGREES_PER_RADIAN) + "}");
+    }
+  });
+}
+
+// --- shell -------------------------------------------------------------------
+
+void AddMountCommands(CLI::App& app, Context& ctx);
+
+void RunShell(Context& ctx) {
+  const bool prompt = isatty(STDIN_FILENO) == 1;
+  int failures = 0;
+  std::string line;
+  for (;;) {
+    if (interrupted) break;
+    if (prompt) {
+      std::printf("scopemount> ");
+      std::fflush(stdout);
+    }
+    if (!std::getline(std::cin, line)) break;
+    const size_t first = line.find_first_not_of(" \t");
+    if (first == std::string::npos || line[first] == '#') continue;
+    if (line.compare(first, 4, "quit") == 0 || line.compare(first, 4, "exit") == 0) break;
+    CLI::App lineApp{"scopemount shell command"};
+    AddMountCommands(lineApp, ctx);
+    ctx.exitStatus = 0;
+    try {
+      lineApp.parse(line, false);
+    } catch (const CLI::ParseError& e) {
+      if (e.get_exit_code() == 0) {  // --help
+        lineApp.exit(e);
+        continue;
+      }
+      ctx.UsageError(std::string(e.what()) + " (in: " + line + ")");
+    }
+    if (ctx.exitStatus == 0 && lineApp.get_subcommands().empty()) {
+      ctx.UsageError("no command in: " + line);
+    }
+    if (ctx.exitStatus != 0) ++failures;
+    if (ctx.exitStatus == EXIT_INTERRUPTED) break;
+  }
+  ctx.exitStatus = interrupted ? EXIT_INTERRUPTED : (failures != 0 ? EXIT_LIBRARY_ERROR : 0);
+}
+
+void AddMountCommands(CLI::App& app, Context& ctx) {
+  AddGoto(app, ctx);
+  AddStatus(app, ctx);
+  AddStop(app, ctx);
+  AddMove(app, ctx);
+  AddAlign(app, ctx);
+  AddSave(app, ctx);
+  AddStars(app, ctx);
+}
+
+// --- the default session -------------------------------------------------------
+
+// A bright star comfortably up, the quickest to reach from where the mount
+// stands, so that the session stays short.
+const Star* PickDemoStar(const Site& site) {
+  double here[2] = {0.0, 0.0};  // azimuth, altitude
+  ScopeGetHorizontalPosition(here);
+  const UtcTime now = UtcNow();
+  const Star* best = nullptr;
+  double bestTravel = 1e9;
+  const Star* fallback = nullptr;
+  for (const Star& star : BrightStars()) {
+    if (star.magnitude > DEMO_MAX_MAGNITUDE) break;  // the catalogue is brightest first
+    const std::optional<ObservedPlace> place = Observe(star, site, now);
+    if (!place) continue;
+    if (fallback == nullptr && place->altitude > DEMO_MIN_ALTITUDE / 2) fallback = &star;
+    if (place->altitude < DEMO_MIN_ALTITUDE || place->altitude > DEMO_MAX_ALTITUDE) continue;
+    // Both axes run at once: the longer way decides.
+    const double azimuthTravel = std::fabs(std::remainder(place->azimuth - here[0], 2 * PI));
+    const double travel = std::max(azimuthTravel, std::fabs(place->altitude - here[1]));
+    if (travel < bestTravel) {
+      bestTravel = travel;
+      best = &star;
+    }
+  }
+  return best != nullptr ? best : fallback;
+}
+
+void RunDemo(Context& ctx) {
+  const Site site = ctx.session().site();
+  if (!ctx.Connected()) return;
+  const Star* star = PickDemoStar(site);
+  if (star == nullptr) return ctx.UsageError("no bright star is up at this site right now");
+  const std::optional<ObservedPlace> place = Observe(*star, site, UtcNow());
+  char text[200];
+  std::snprintf(text, sizeof text,
+                "%s (magnitude %.2f) is up: RA %s Dec %s, hour angle %s, Az %s Alt %s", star->name,
+                star->magnitude, FormatHours(place->rightAscension).c_str(),
+                FormatSignedDegrees(place->declination).c_str(),
+                FormatHours(place->hourAngle).c_str(), FormatDegrees(place->azimuth).c_str(),
+                FormatDegrees(place->altitude).c_str());
+  ctx.output().Say(text);
+  GotoAndTrack(ctx, Target{star->name, Target::Kind::Sky, 0, 0, StarOnSky(*star, site)},
+               DEMO_TRACK_SECONDS);
+  if (ctx.exitStatus == 0) {
+    ctx.output().Say("Next: scopemount goto --star Vega --track 30, scopemount stars --up, "
+                     "scopemount shell, scopemount --help");
+  }
+}
+
+}  // namespace
+
+int RunProgram(CLI::App& app, int argc, char** argv) {
+  Context ctx;
+  app.add_option("--model", ctx.options.model, "Mount model (scopemount models); default 7")
+      ->check(CLI::Range(0, SCOPE_MODEL_COUNT - 1));
+  app.add_option("--port", ctx.options.port, "Serial device of a hardware mount");
+  app.add_option("--lat", ctx.options.latitudeDeg, "Site latitude, degrees north")
+      ->check(CLI::Range(-90.0, 90.0));
+  app.add_option("--lon", ctx.options.longitudeDeg, "Site longitude, degrees east")
+      ->check(CLI::Range(-180.0, 180.0));
+  app.add_option("--elev", ctx.options.elevation, "Site elevation, metres")
+      ->check(CLI::Range(-1000.0, 8848.0));
+  app.add_flag("--json", ctx.options.json, "Machine-readable status lines");
+  app.add_option("--load", ctx.options.loadFile, "Restore an alignment record after connecting")
+      ->check(CLI::ExistingFile);
+  AddMountCommands(app, ctx);
+  app.add_subcommand("shell", "Read commands line by line from standard input, one connection")
+      ->callback([&ctx] { RunShell(ctx); });
+  InstallInterruptHandler();
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e);
+  }
+  if (app.get_subcommands().empty()) RunDemo(ctx);
+  ctx.Finish();
+  return ctx.exitStatus;
+}
+
+}  // namespace scopemount::cli
