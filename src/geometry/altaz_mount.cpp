@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "celestial/angles.h"
+#include "geometry/nominal_transform.h"
 #include "geometry/star_grades.h"
 #include "mount/motion_workers.h"
 
@@ -67,12 +68,7 @@ void AltAzMount::ResetTransform() {
   skyToAxes.at(0, 2) = cosLat;
   skyToAxes.at(2, 0) = cosLat;
   skyToAxes.at(2, 2) = sinLat;
-  Matrix3 axesToSky = skyToAxes;
-  axesToSky.Invert();
-  pointing.Update([&](PointingSnapshot& model) {
-    model.skyToAxes = skyToAxes;
-    model.axesToSky = axesToSky;
-  });
+  LoadNominalTransform(pointing, skyToAxes);
 }
 
 // The tilt of the aligned azimuth axis from the true vertical: how far the

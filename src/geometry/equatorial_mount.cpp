@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "celestial/angles.h"
+#include "geometry/nominal_transform.h"
 #include "geometry/star_grades.h"
 #include "mount/motion_workers.h"
 #include "mount/tracking_workers.h"
@@ -80,12 +81,7 @@ void EquatorialMount::ResetTransform() {
     skyToAxes = Matrix3(-1.0);
     skyToAxes.at(0, 0) = 1.0;
   }
-  Matrix3 axesToSky = skyToAxes;
-  axesToSky.Invert();
-  pointing.Update([&](PointingSnapshot& model) {
-    model.skyToAxes = skyToAxes;
-    model.axesToSky = axesToSky;
-  });
+  LoadNominalTransform(pointing, skyToAxes);
 }
 
 // A target west of the meridian (east in the south) is reached with the

@@ -5,11 +5,11 @@
 #include <cstdint>
 
 #include "geometry/equatorial_mount.h"
-#include "geometry/simulated_motors.h"
+#include "geometry/simulated_mount.h"
 
 namespace scopemount {
 
-class EquatorialSimulator final : public EquatorialMount {
+class EquatorialSimulator final : public SimulatedMount<EquatorialMount> {
  public:
   static constexpr int32_t MODEL = 6;
   static constexpr double SLEW_SPEED = 0.06981317007977318;  // 4 degrees/s
@@ -17,21 +17,11 @@ class EquatorialSimulator final : public EquatorialMount {
   // Stands at the equatorial home: axis 0 at -pi/2, axis 1 on the pole.
   EquatorialSimulator();
 
-  int32_t ReadAxisPosition(uint32_t axis) override;
-  int32_t ReadAxisStatus(uint32_t axis) override;
-  int32_t SetAxisRate(uint32_t axis, double rate) override;
   // Targets of the declination axis below -pi/2 are taken a turn higher,
   // where the mirrored solutions live.
   int32_t SlewAxisTo(uint32_t axis, double angle) override;
-  int32_t StopAxisMotor(uint32_t axis) override;
-  int32_t SetAxisPosition(uint32_t axis, double angle) override;
-  // A manual motion starts from a standing axis.
-  int32_t MoveAxis(uint32_t axis, double rate) override;
   // The simulator has no extra mode; accepted and ignored.
   int32_t SetExtraMode(int32_t value) override;
-
- private:
-  SimulatedMotors motors_;
 };
 
 }  // namespace scopemount

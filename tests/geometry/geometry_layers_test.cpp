@@ -7,10 +7,13 @@
 
 #include "celestial/angles.h"
 #include "geometry/altaz_simulator.h"
+#include "geometry/askew_model.h"
 #include "geometry/equatorial_simulator.h"
 
 namespace scopemount {
 namespace {
+
+using testing::Rotation;
 
 constexpr double DEG = PI / 180.0;
 constexpr double ARCSEC = DEG / 3600.0;
@@ -47,32 +50,13 @@ AnglePair AtHorizontal(Mount& mount, double azimuth, double altitude) {
   return mount.HorizontalToEquatorial({fromSouth, altitude});
 }
 
-Matrix3 Rotation(int axis, double angle) {
-  Matrix3 r(1.0);
-  const int i = (axis + 1) % 3;
-  const int j = (axis + 2) % 3;
-  r.at(i, i) = std::cos(angle);
-  r.at(i, j) = -std::sin(angle);
-  r.at(j, i) = std::sin(angle);
-  r.at(j, j) = std::cos(angle);
-  return r;
-}
-
-// A mount whose axes stand off the nominal frame by `skew` (applied on the
-// axis side), with the given pointing terms: where it really sees stars.
+// A simulator built askew by `skew`, with the given pointing terms: where
+// such a mount really sees stars.
 template <typename Simulator>
 OwnedMount<Simulator> Askew(double latitude, const Matrix3& skew, double index = 0.0,
                             double cone = 0.0) {
   OwnedMount<Simulator> truth = MakeAt<Simulator>(latitude);
-  truth->pointing.Update([&](PointingSnapshot& model) {
-    Matrix3 skyToAxes = skew;
-    skyToAxes.MultiplyInPlace(model.skyToAxes);
-    model.skyToAxes = skyToAxes;
-    model.axesToSky = skyToAxes;
-    model.axesToSky.Invert();
-    model.indexError = index;
-    model.coneError = cone;
-  });
+  testing::MakeAskew(*truth, skew, index, cone);
   return truth;
 }
 

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "celestial/angles.h"
 #include "interface/current_mount.h"
@@ -22,6 +23,17 @@ inline constexpr double ARCSEC = DEG / 3600.0;
 inline constexpr double HOUR = 15.0 * DEG;
 inline constexpr double ALTAZ_TOLERANCE = 0.0008726646259971648;      // 0.05 degree
 inline constexpr double EQUATORIAL_TOLERANCE = 0.0005817764173314432;  // 1/30 degree
+
+inline const char* ModelName(int32_t model) {
+  return model == SCOPE_MODEL_EQUATORIAL_SIMULATOR ? "Equatorial" : "AltAz";
+}
+
+// Runs a test on both simulators, named after them.
+inline const auto BOTH_SIMULATORS =
+    ::testing::Values(SCOPE_MODEL_EQUATORIAL_SIMULATOR, SCOPE_MODEL_ALTAZ_SIMULATOR);
+inline std::string SimulatorName(const ::testing::TestParamInfo<int32_t>& info) {
+  return ModelName(info.param);
+}
 
 inline double GotoToleranceOf(int32_t model) {
   return model == SCOPE_MODEL_ALTAZ_SIMULATOR ? ALTAZ_TOLERANCE : EQUATORIAL_TOLERANCE;
@@ -109,6 +121,12 @@ inline double TrackedError(const TimedReading& reading, AnglePair sky, uint32_t 
 inline bool WaitForState(uint32_t state,
                          std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
   return WaitUntil([state] { return MountState() == state; }, timeout);
+}
+
+// Waits until no worker thread holds the connected mount: every motion
+// started so far has ended (an Alt/Az tracking loop counts as a worker).
+inline bool WaitForWorkers() {
+  return WaitUntil([] { return CurrentMount()->References() == 1; });
 }
 
 // Waits until `ms` of test-clock time have passed.
