@@ -63,7 +63,7 @@ TEST(EquatorialSimulator, ManualMotionTrackingKindsAndHandBackToTracking) {
     SimulatorSession session(SCOPE_MODEL_EQUATORIAL_SIMULATOR, latitude, 3000.0);
     const double sign = latitude > 0.0 ? 1.0 : -1.0;
     ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
-    ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+    ASSERT_TRUE(WaitForTracking());
     EXPECT_TRUE(RunsAt(0, sign * SIDEREAL_RATE, 600000));
     EXPECT_EQ(AxisStatus(1), SCOPE_AXIS_STOPPED);
 
@@ -110,7 +110,7 @@ TEST(AltAzSimulator, ManualMotionHaltsTrackingWhichResumesWhenBothAxesStop) {
   ASSERT_EQ(ScopeSyncAxis(0, 2.0), SCOPE_OK);
   ASSERT_EQ(ScopeSyncAxis(1, 40 * DEG), SCOPE_OK);
   ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
-  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+  ASSERT_TRUE(WaitForTracking());
   ASSERT_TRUE(WaitUntil([] {
     return (AxisStatus(0) & SCOPE_AXIS_RUNNING) != 0 && (AxisStatus(1) & SCOPE_AXIS_RUNNING) != 0;
   })) << "both axes track";
@@ -136,7 +136,7 @@ TEST(AltAzSimulator, ManualMotionHaltsTrackingWhichResumesWhenBothAxesStop) {
   // Both stopped and tracking wanted: it resumes where the mount now points.
   const AnglePair stoppedAt = AxisPositions();
   ASSERT_EQ(ScopeStopAxis(1), SCOPE_OK);
-  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+  ASSERT_TRUE(WaitForTracking());
   ASSERT_TRUE(WaitUntil([&] { return altaz.IsTrackingLoopRunning(); }));
   EXPECT_LT(Separation(AxisPositions(), stoppedAt), 1 * DEG) << "no slew back";
 
@@ -194,7 +194,7 @@ TEST(AltAzSimulator, OneStarAlignmentCorrectsEncoderOffsetsAndStartsTracking) {
   double misalignment = NAN;
   EXPECT_EQ(ScopeGetAlignmentQuality(&misalignment), 100);
   EXPECT_EQ(misalignment, 0.0);
-  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING)) << "a one-star alignment starts tracking";
+  ASSERT_TRUE(WaitForTracking()) << "a one-star alignment starts tracking";
   const AnglePair aligned = SkyToAxes(star);
   EXPECT_NEAR(aligned.lon, observation[2], 1e-9);
   EXPECT_NEAR(aligned.lat, observation[3], 1e-9);
@@ -203,7 +203,7 @@ TEST(AltAzSimulator, OneStarAlignmentCorrectsEncoderOffsetsAndStartsTracking) {
   const AnglePair other{1 * HOUR, 45 * DEG};
   const uint32_t requested = Tick();
   ASSERT_EQ(ScopeGotoEquatorial(other.lon, other.lat), SCOPE_OK);
-  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+  ASSERT_TRUE(WaitForTracking());
   const TimedReading reading = ReadSky();
   EXPECT_LE(TrackedError(reading, other, requested), ALTAZ_TOLERANCE);
   const AnglePair axes = AxisPositions();
@@ -235,7 +235,7 @@ TEST(AltAzSimulator, TwoStarAlignmentThenAnHourOfAlignedTracking) {
   ASSERT_EQ(ScopeSyncAxis(1, axes.lat), SCOPE_OK);
   EXPECT_LT(Separation(SkyPosition(), star), 1 * ARCSEC);
   ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
-  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+  ASSERT_TRUE(WaitForTracking());
   const uint32_t anchored = CurrentMount()->trackStartTick;
   ASSERT_TRUE(WaitUntil([&] { return Tick() - anchored >= 3600000; }));
   const TimedReading reading = ReadSky();
@@ -292,7 +292,7 @@ TEST(EquatorialSimulator, ThreeStarAlignmentAndItsRecordInALaterConnection) {
   const AnglePair target = probes[0];
   const uint32_t requested = Tick();
   ASSERT_EQ(ScopeGotoEquatorial(target.lon, target.lat), SCOPE_OK);
-  ASSERT_TRUE(WaitForState(SCOPE_STATE_TRACKING));
+  ASSERT_TRUE(WaitForTracking());
   const uint32_t before = Tick();
   const AnglePair axes = AxisPositions();
   const AnglePair real = truth.Axes(Turned(target, SecondsBetween(requested, before)));

@@ -12,6 +12,7 @@
 
 #include "celestial/angles.h"
 #include "interface/current_mount.h"
+#include "mount/mount_error.h"
 #include "platform/clock.h"
 #include "scopemount.h"
 #include "support/fast_clock.h"
@@ -121,6 +122,23 @@ inline double TrackedError(const TimedReading& reading, AnglePair sky, uint32_t 
 inline bool WaitForState(uint32_t state,
                          std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
   return WaitUntil([state] { return MountState() == state; }, timeout);
+}
+
+// Waits until the mount tracks. On an Alt/Az mount a status poll that lands
+// while the tracking starter sets the tracking state can put back the idle
+// state it read just before (the state is recomputed from that read), and
+// the loop then ends; so there the loop is watched without polling the
+// state until it drives the axes, and the state is read after that.
+inline bool WaitForTracking() {
+  Mount& mount = *CurrentMount();
+  if (mount.isEquatorial == 0) {
+    const bool driving = WaitUntil([&mount] {
+      return (mount.mountState & STATE_TRACKING) != 0 &&
+             ((AxisStatus(0) | AxisStatus(1)) & SCOPE_AXIS_RUNNING) != 0;
+    });
+    if (!driving) return false;
+  }
+  return WaitForState(SCOPE_STATE_TRACKING);
 }
 
 // Waits until no worker thread holds the connected mount: every motion
