@@ -7,18 +7,18 @@
 #include "platform/clock.h"
 #include "platform/event.h"
 #include "platform/thread.h"
-#include "support/test_clock.h"
+#include "support/fast_clock.h"
 
 namespace scopemount::platform {
 namespace {
 
-using scopemount::testing::ScopedTestClock;
-using scopemount::testing::WaitFor;
+using scopemount::testing::ScopedFastClock;
+using scopemount::testing::WaitUntil;
 
 TEST(Clock, FastClockRunsAheadAndTickWraps) {
   // 100x: two seconds cost 20 ms of wall time, and the tick starts one
   // second (10 ms of wall time) before its wrap.
-  ScopedTestClock fast(100.0, 0x100000000ull - 1000);
+  ScopedFastClock fast(100.0, 0x100000000ull - 1000);
   const uint32_t before = TickCount();
   const auto wallStart = std::chrono::steady_clock::now();
   Sleep(2000);
@@ -33,7 +33,7 @@ TEST(Clock, FastClockRunsAheadAndTickWraps) {
 TEST(Event, TimedWaitsWakeInOrderAndOnTime) {
   // Slow enough that a busy machine's thread start-up cannot reorder waits
   // that are 50 ms of wall time apart.
-  ScopedTestClock fast(20.0);
+  ScopedFastClock fast(20.0);
   Event never(/*manualReset=*/true, /*initiallySignalled=*/false);
   std::mutex mutex;
   std::vector<uint32_t> order;
@@ -66,7 +66,7 @@ TEST(Event, TimedWaitsWakeInOrderAndOnTime) {
         },
         &waiters[i], ThreadPriority::Normal));
   }
-  ASSERT_TRUE(WaitFor([&] { return done == 3; }));
+  ASSERT_TRUE(WaitUntil([&] { return done == 3; }));
   std::lock_guard lock(mutex);
   EXPECT_EQ(order, (std::vector<uint32_t>{1000, 2000, 3000})) << "shortest wait wakes first";
   for (int i = 0; i < 3; ++i) {
@@ -76,7 +76,7 @@ TEST(Event, TimedWaitsWakeInOrderAndOnTime) {
 }
 
 TEST(Event, ManualAndAutomaticReset) {
-  ScopedTestClock fast(1000.0);
+  ScopedFastClock fast(1000.0);
   Event manual(true, true);
   EXPECT_EQ(manual.Wait(0), WaitResult::Signalled);
   EXPECT_EQ(manual.Wait(0), WaitResult::Signalled) << "manual-reset stays signalled";
@@ -90,7 +90,7 @@ TEST(Event, ManualAndAutomaticReset) {
 }
 
 TEST(Event, SetFromAnotherThreadWakesAWaiterBeforeItsTimeout) {
-  ScopedTestClock fast(50.0);
+  ScopedFastClock fast(50.0);
   Event event(false, false);
   std::atomic<bool> waiting{false};
   struct Context {

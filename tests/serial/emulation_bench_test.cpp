@@ -10,7 +10,7 @@
 #include "emulated_protocols.h"
 #include "platform/clock.h"
 #include "serial/probe_port.h"
-#include "support/test_clock.h"
+#include "support/fast_clock.h"
 
 namespace scopemount::testing {
 namespace {
@@ -31,7 +31,7 @@ class EmulationBenchTest : public ::testing::Test {
   }
   emulation::EmulatedLine& line() { return emulated_.line(); }
 
-  ScopedTestClock clock_{20.0};
+  ScopedFastClock clock_{20.0};
   EmulatedPort emulated_{std::make_unique<DemoController>()};
   ProbePort port_;
 };

@@ -10,7 +10,7 @@
 #include "interface/port_selection.h"
 #include "platform/port_names.h"
 #include "serial/probe_port.h"
-#include "support/test_clock.h"
+#include "support/fast_clock.h"
 
 namespace scopemount::testing {
 namespace {
@@ -39,7 +39,7 @@ class SerialPortTest : public ::testing::Test {
   std::string Reply(uint32_t count) const { return Text(reply_.data(), count); }
   uint64_t Now() const { return platform::ActiveClock().NowMs(); }
 
-  ScopedTestClock clock_{10.0};
+  ScopedFastClock clock_{10.0};
   EmulatedPort emulated_{std::make_unique<DemoController>()};
   std::array<uint8_t, 2048> reply_{};
 };
@@ -160,7 +160,7 @@ TEST_F(SerialPortTest, APortThatDidNotOpenFailsEveryExchange) {
 // scheduling noise.
 class SerialPortIntervalTest : public SerialPortTest {
  protected:
-  ScopedTestClock wall_{1.0};
+  ScopedFastClock wall_{1.0};
 };
 
 TEST_F(SerialPortIntervalTest, AReadEndsWhenThirtyMsPassBetweenTwoBytes) {

@@ -10,7 +10,7 @@
 #include "demo_controller.h"
 #include "support/emulated_port.h"
 #include "serial/probe_port.h"
-#include "support/test_clock.h"
+#include "support/fast_clock.h"
 
 namespace scopemount::testing {
 namespace {
@@ -29,7 +29,7 @@ class SerialPortThreadsTest : public ::testing::Test {
     return std::string(bytes.begin(), bytes.end());
   }
 
-  ScopedTestClock clock_{20.0};
+  ScopedFastClock clock_{20.0};
   EmulatedPort emulated_{std::make_unique<DemoController>()};
   ProbePort port_;
 };
@@ -41,7 +41,7 @@ TEST_F(SerialPortThreadsTest, ASecondExchangeWaitsUntilTheFirstHasItsReply) {
   uint8_t secondReply[8] = {};
   std::atomic<uint32_t> first{99};
   std::thread holder([&] { first = Ask("POS 0\n", firstReply); });
-  ASSERT_TRUE(WaitFor([&] { return emulated_.line().CommandsSeen() == 1; }));
+  ASSERT_TRUE(WaitUntil([&] { return emulated_.line().CommandsSeen() == 1; }));
   const uint32_t second = Ask("POS 1\n", secondReply);
   holder.join();
   EXPECT_EQ(first, EXCHANGE_OK);
@@ -59,7 +59,7 @@ TEST_F(SerialPortThreadsTest, ALineTakenForMoreThanTwoSecondsGivesBusyAndSendsNo
   uint8_t longReply[1000] = {};
   std::atomic<uint32_t> first{99};
   std::thread holder([&] { first = Ask("POS 0\n", longReply); });
-  ASSERT_TRUE(WaitFor([&] { return emulated_.line().CommandsSeen() == 1; }));
+  ASSERT_TRUE(WaitUntil([&] { return emulated_.line().CommandsSeen() == 1; }));
   uint8_t reply[8] = {};
   EXPECT_EQ(Ask("POS 1\n", reply), EXCHANGE_LINE_BUSY);
   holder.join();

@@ -11,7 +11,7 @@
 #include "pty_host.h"
 #include "serial/probe_port.h"
 #include "support/selected_port.h"
-#include "support/test_clock.h"
+#include "support/fast_clock.h"
 
 namespace scopemount::testing {
 namespace {
@@ -35,7 +35,7 @@ class SerialPtyTest : public ::testing::Test {
   }
   std::string Reply(uint32_t count) const { return std::string(reinterpret_cast<const char*>(reply_), count); }
 
-  ScopedTestClock clock_{5.0};
+  ScopedFastClock clock_{5.0};
   LibraryClock libraryClock_;
   DemoController model_;
   emulation::EmulatedLine line_{model_, libraryClock_};
