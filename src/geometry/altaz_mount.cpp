@@ -149,7 +149,7 @@ int32_t AltAzMount::AlignThreeStars(StarObservation first, StarObservation secon
 void AltAzMount::HaltTracking() { tracking_.Halt(); }
 
 void AltAzMount::HaltTrackingIfRunning() {
-  if (tracking_.IsRunning()) HaltTracking();
+  if (tracking_.IsStartingOrRunning()) HaltTracking();
 }
 
 int32_t AltAzMount::StartTracking() { return tracking_.Start(); }

@@ -400,19 +400,23 @@ int32_t Mount::GetMountStatus(uint32_t* status) {
 // Helpers
 
 int32_t Mount::UpdateMountState() {
+  // The state as it was before the axes were read: a worker that changes it
+  // meanwhile (a tracking start, the end of a slew) knows better than this
+  // poll, so the poll writes only over the value it saw.
+  uint32_t seen = mountState;
   uint32_t s0 = 0;
   uint32_t s1 = 0;
   GetAxisStatus(0, &s0);
   GetAxisStatus(1, &s1);
+  uint32_t next = seen;
   if (slewActive == 1 || ((s0 | s1) & AXIS_SLEWING) != 0) {
-    mountState = STATE_SLEWING;
-    return Ok;
-  }
-  if ((s0 & s1 & AXIS_STOPPED) != 0) {
-    mountState = mountState == STATE_TRACKING ? STATE_TRACKING : STATE_IDLE;
+    next = STATE_SLEWING;
+  } else if ((s0 & s1 & AXIS_STOPPED) != 0) {
+    next = seen == STATE_TRACKING ? STATE_TRACKING : STATE_IDLE;
   } else if (((s0 | s1) & AXIS_RUNNING) != 0) {
-    mountState = (axisRunFlag[0] != 0 || axisRunFlag[1] != 0) ? STATE_MOVING : STATE_TRACKING;
+    next = (axisRunFlag[0] != 0 || axisRunFlag[1] != 0) ? STATE_MOVING : STATE_TRACKING;
   }
+  mountState.compare_exchange_strong(seen, next);
   return Ok;
 }
 

@@ -99,13 +99,16 @@ AltAzTracking::AltAzTracking(Mount& mount) : mount_(mount) { mount.AttachTrackin
 
 int32_t AltAzTracking::Start() {
   idle_.Reset();
+  ++startsRequested_;
   if (!mount_.StartWorker(&Starter, this, platform::ThreadPriority::Highest)) {
+    ++startersRun_;  // this request will have no starter
     SignalIdleUnlessRunning();
   }
   return Ok;
 }
 
 void AltAzTracking::Halt() {
+  haltedAfter_ = startsRequested_.load();
   mount_.ClearTrackingBit();
   wake_.Set();
   idle_.Wait(TRACKING_HALT_WAIT_MS);
@@ -127,13 +130,23 @@ uint32_t AltAzTracking::Starter(void* parameter) {
   AltAzTracking& tracking = *static_cast<AltAzTracking*>(parameter);
   Mount& mount = tracking.mount_;
   WorkerReference reference(mount);
-  if (mount.releasing == 1) {
+  const uint32_t ticket = ++tracking.startersRun_;
+  if (mount.releasing == 1 || ticket <= tracking.haltedAfter_) {
     tracking.SignalIdleUnlessRunning();
     return Ok;
   }
   tracking.Anchor();
+  // Set also when the loop runs: a halt since its last start cleared it, and
+  // a woken loop without it would end.
+  mount.mountState = STATE_TRACKING;
+  // A halt that came between the check above and the line before has
+  // already cleared the bit, or this sees it now: either way it wins.
+  if (ticket <= tracking.haltedAfter_) {
+    mount.ClearTrackingBit();
+    tracking.SignalIdleUnlessRunning();
+    return Ok;
+  }
   if (tracking.loopRunning_ == 0) {
-    mount.mountState = STATE_TRACKING;
     // Marked running and idle reset before the thread exists, so a loop
     // that ends at once still leaves the event signalled.
     tracking.loopRunning_ = 1;

@@ -57,6 +57,11 @@ class AltAzTracking {
   void Halt();
   // True while a loop thread runs.
   bool IsRunning() const { return loopRunning_ == 1; }
+  // True also while a start waits for its starter thread: a halt then has
+  // something to cancel.
+  bool IsStartingOrRunning() const {
+    return loopRunning_ == 1 || startsRequested_ != startersRun_;
+  }
 
   // One cycle of the loop: compute both rates, take up backlash where a
   // rate reverses an axis, command the rates. Ok, or the code of a failed
@@ -81,6 +86,12 @@ class AltAzTracking {
   platform::Event wake_{/*manualReset=*/false, /*initiallySignalled=*/false};
   platform::Event idle_{/*manualReset=*/true, /*initiallySignalled=*/true};
   std::atomic<uint32_t> loopRunning_{0};
+  // A halt cancels the starts requested before it whose starter has not
+  // run yet: the n-th starter to run gives up when a halt came after n
+  // requests.
+  std::atomic<uint32_t> startsRequested_{0};
+  std::atomic<uint32_t> startersRun_{0};
+  std::atomic<uint32_t> haltedAfter_{0};
 };
 
 }  // namespace scopemount

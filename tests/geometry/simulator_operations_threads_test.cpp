@@ -182,6 +182,28 @@ class AskewMount {
 
 Matrix3 TiltAboutX(double angle) { return Rotation(0, angle); }
 
+TEST(AltAzSimulator, AGotoRightAfterATrackingStartCancelsTheStart) {
+  // The tracking starter may not have run when the GOTO halts tracking; it
+  // must then give up instead of starting a loop behind the slew's back.
+  SimulatorSession session(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, 300.0);
+  AltAzMount& altaz = dynamic_cast<AltAzMount&>(*CurrentMount());
+  for (int round = 0; round < 20; ++round) {
+    SCOPED_TRACE(round);
+    ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
+    ASSERT_EQ(ScopeGotoAxes(0.01 * (round % 2), 30 * DEG), SCOPE_OK);
+    ASSERT_TRUE(WaitForWorkers()) << "no loop outlives the GOTO";
+    EXPECT_FALSE(altaz.IsTrackingLoopRunning());
+    EXPECT_EQ(MountState(), SCOPE_STATE_IDLE);
+    EXPECT_EQ(AxisStatus(0), SCOPE_AXIS_STOPPED);
+    EXPECT_EQ(AxisStatus(1), SCOPE_AXIS_STOPPED);
+  }
+  // Polling the state while tracking starts never cancels it.
+  ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
+  for (int poll = 0; poll < 2000 && !altaz.IsTrackingLoopRunning(); ++poll) MountState();
+  ASSERT_TRUE(WaitForTracking());
+  EXPECT_TRUE(altaz.IsTrackingLoopRunning());
+}
+
 TEST(AltAzSimulator, OneStarAlignmentCorrectsEncoderOffsetsAndStartsTracking) {
   SimulatorSession session(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, 300.0);
   // The encoders read 1.5 degrees east and 0.7 degrees low of the truth.

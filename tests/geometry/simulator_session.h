@@ -124,22 +124,9 @@ inline bool WaitForState(uint32_t state,
   return WaitUntil([state] { return MountState() == state; }, timeout);
 }
 
-// Waits until the mount tracks. On an Alt/Az mount a status poll that lands
-// while the tracking starter sets the tracking state can put back the idle
-// state it read just before (the state is recomputed from that read), and
-// the loop then ends; so there the loop is watched without polling the
-// state until it drives the axes, and the state is read after that.
-inline bool WaitForTracking() {
-  Mount& mount = *CurrentMount();
-  if (mount.isEquatorial == 0) {
-    const bool driving = WaitUntil([&mount] {
-      return (mount.mountState & STATE_TRACKING) != 0 &&
-             ((AxisStatus(0) | AxisStatus(1)) & SCOPE_AXIS_RUNNING) != 0;
-    });
-    if (!driving) return false;
-  }
-  return WaitForState(SCOPE_STATE_TRACKING);
-}
+// Waits until the mount reports tracking; polling the state while the
+// tracking starter runs must not cancel it.
+inline bool WaitForTracking() { return WaitForState(SCOPE_STATE_TRACKING); }
 
 // Waits until no worker thread holds the connected mount: every motion
 // started so far has ended (an Alt/Az tracking loop counts as a worker).
