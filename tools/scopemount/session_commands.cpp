@@ -68,7 +68,8 @@ double DistanceToGo(const Target& target) {
 std::function<std::pair<double, double>()> FixedOnSky(double hourAngle, double declination) {
   const UtcTime start = UtcNow();
   return [=] {
-    const double seconds = (UtcNow().jd1 - start.jd1 + UtcNow().jd2 - start.jd2) * 86400.0;
+    const UtcTime now = UtcNow();
+    const double seconds = ((now.jd1 - start.jd1) + (now.jd2 - start.jd2)) * 86400.0;
     return std::pair{hourAngle + seconds * SIDEREAL_RATE, declination};
   };
 }
