@@ -185,12 +185,17 @@ Matrix3 TiltAboutX(double angle) { return Rotation(0, angle); }
 TEST(AltAzSimulator, AGotoRightAfterATrackingStartCancelsTheStart) {
   // The tracking starter may not have run when the GOTO halts tracking; it
   // must then give up instead of starting a loop behind the slew's back.
-  SimulatorSession session(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, 300.0);
+  // A slow test clock: the halt's 3000 ms wait must stay long enough in wall
+  // time for a loaded, sanitised run to end a loop that did start.
+  SimulatorSession session(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, 30.0);
   AltAzMount& altaz = dynamic_cast<AltAzMount&>(*CurrentMount());
   for (int round = 0; round < 20; ++round) {
     SCOPED_TRACE(round);
     ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
-    ASSERT_EQ(ScopeGotoAxes(0.01 * (round % 2), 30 * DEG), SCOPE_OK);
+    // Both axes move every round, so a loop cycle that ran before the halt
+    // is overridden by the slew; only a loop started behind it leaves rates.
+    const double step = (round % 2 == 0 ? 5 : 10) * DEG;
+    ASSERT_EQ(ScopeGotoAxes(step, 20 * DEG + step), SCOPE_OK);
     ASSERT_TRUE(WaitForWorkers()) << "no loop outlives the GOTO";
     EXPECT_FALSE(altaz.IsTrackingLoopRunning());
     EXPECT_EQ(MountState(), SCOPE_STATE_IDLE);
