@@ -149,16 +149,18 @@ int32_t RunSlewPasses(Mount& mount, Target& target) {
 }
 
 // Ends every slew that got the axes: frees the run flags unless a newer
-// worker is taking over (it relies on them), gives the axes back and shows
-// the mount idle.
+// worker is taking over (it relies on them), shows the mount idle and gives
+// the axes back. Idle comes first: whoever waited for the axes (a stop, a
+// newer slew) then never sees this slew as still running, and a newer
+// slew's own flag is never cleared by this one.
 void FinishSlew(Mount& mount) {
   if (mount.abortRequest == 0) {
     mount.axisRunFlag[0] = 0;
     mount.axisRunFlag[1] = 0;
   }
-  HandBackAxes(mount);
   mount.slewActive = 0;
   mount.mountState = STATE_IDLE;
+  HandBackAxes(mount);
 }
 
 uint32_t EquatorialSlewWorker(void* parameter) {
