@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cmath>
+#include <initializer_list>
 
 namespace scopemount {
 
@@ -23,6 +24,15 @@ inline double NormalizeAngle(double angle) {
   if (r > PI) return r - TWO_PI;
   if (r < -PI) return r + TWO_PI;
   return r;
+}
+
+// True when no value is NaN or infinite: angles and settings that are not
+// finite are refused wherever they would be stored or aimed at.
+inline bool AllFinite(std::initializer_list<double> values) {
+  for (double v : values) {
+    if (!std::isfinite(v)) return false;
+  }
+  return true;
 }
 
 // Great-circle angle between (lon1, lat1) and (lon2, lat2), in [0, pi].

@@ -46,8 +46,6 @@ StarObservation Reduced(StarObservation star) {
   return star;
 }
 
-bool AllFinite(double a, double b) { return std::isfinite(a) && std::isfinite(b); }
-
 }  // namespace
 
 AltAzMount::AltAzMount() { isEquatorial = 0; }
@@ -181,20 +179,20 @@ int32_t AltAzMount::StopAxis(uint32_t axis) {
 }
 
 int32_t AltAzMount::GotoEquatorial(AnglePair sky) {
-  if (!AllFinite(sky.lon, sky.lat)) return InvalidParameter;
+  if (!AllFinite({sky.lon, sky.lat})) return InvalidParameter;
   HaltTrackingIfRunning();
   return Mount::GotoEquatorial(sky);
 }
 
 int32_t AltAzMount::GotoHorizontal(double azimuth, double altitude) {
-  if (!AllFinite(azimuth, altitude)) return InvalidParameter;
+  if (!AllFinite({azimuth, altitude})) return InvalidParameter;
   HaltTrackingIfRunning();
   return Mount::GotoHorizontal(azimuth, altitude);
 }
 
 // Axis targets are taken as given: no reduction and no altitude check.
 int32_t AltAzMount::GotoAxes(double angle0, double angle1) {
-  if (!AllFinite(angle0, angle1)) return InvalidParameter;
+  if (!AllFinite({angle0, angle1})) return InvalidParameter;
   HaltTrackingIfRunning();
   return StartAxisTargetSlew(*this, angle0, angle1);
 }

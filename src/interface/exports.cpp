@@ -13,6 +13,7 @@
 #include "platform/port_names.h"
 #include "scopemount.h"
 
+using scopemount::AllFinite;
 using scopemount::AnglePair;
 using scopemount::CurrentMount;
 using scopemount::Mount;
@@ -38,15 +39,6 @@ void NormalizePairInPlace(double* p) {
 }
 
 char16_t* AsText(ScopeChar16* buffer) { return reinterpret_cast<char16_t*>(buffer); }
-
-// A GOTO toward a non-finite angle has no destination; refuse it here so no
-// driver ever stores one as a target.
-bool AllFinite(std::initializer_list<double> values) {
-  for (double v : values) {
-    if (!std::isfinite(v)) return false;
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -255,6 +247,8 @@ int32_t ScopeSetExtraMode(int32_t value) {
 int32_t ScopeGotoAxes(double axis0, double axis1) {
   Mount* mount = CurrentMount();
   if (mount == nullptr) return SCOPE_NOT_CONNECTED;
+  // A GOTO toward a non-finite angle has no destination: refused here, for
+  // every driver, before anything is stored as a target.
   if (!AllFinite({axis0, axis1})) return SCOPE_INVALID_PARAMETER;
   return mount->GotoAxes(axis0, axis1);
 }

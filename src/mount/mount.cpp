@@ -13,13 +13,6 @@ namespace scopemount {
 
 namespace {
 
-bool AllFinite(std::initializer_list<double> values) {
-  for (double v : values) {
-    if (!std::isfinite(v)) return false;
-  }
-  return true;
-}
-
 // Axis-angle correction of the cone and non-perpendicularity terms at a
 // given axis-1 angle; one cosine and one tangent.
 double AxisZeroTermOffset(const PointingConversion& model, double axis1) {
