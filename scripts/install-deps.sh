@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages a build needs, only those that are missing.
-#   scripts/install-deps.sh [build|test|bench]...   (default: build)
+#   scripts/install-deps.sh [build|test|bench|fuzz]...   (default: build)
 # "build" is the library and the command-line program, "test" adds the test
-# frameworks, "bench" the benchmark library.
+# frameworks, "bench" the benchmark library, "fuzz" clang with libFuzzer.
 set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config binutils libcli11-dev liberfa-dev libbluetooth-dev)
@@ -11,7 +11,8 @@ for need in "${@:-build}"; do
     build) ;;
     test) packages+=(libgtest-dev libgmock-dev) ;;
     bench) packages+=(libbenchmark-dev) ;;
-    *) echo "install-deps: unknown set '$need' (build, test or bench)" >&2; exit 2 ;;
+    fuzz) packages+=(clang libclang-rt-14-dev) ;;
+    *) echo "install-deps: unknown set '$need' (build, test, bench or fuzz)" >&2; exit 2 ;;
   esac
 done
 

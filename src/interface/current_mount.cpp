@@ -20,8 +20,18 @@ std::unique_ptr<Mount> Make() {
 // have no factory yet, and connecting them reports NotImplemented. Models 6
 // and 7 are the simulators, which need no hardware.
 MountFactory modelFactories[MODEL_COUNT] = {
-    nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-    &Make<EquatorialSimulator>, &Make<AltAzSimulator>,
+    nullptr,                     // 0
+    nullptr,                     // 1
+    nullptr,                     // 2
+    nullptr,                     // 3
+    nullptr,                     // 4
+    nullptr,                     // 5
+    &Make<EquatorialSimulator>,  // 6
+    &Make<AltAzSimulator>,       // 7
+    nullptr,                     // 8
+    nullptr,                     // 9
+    nullptr,                     // 10
+    nullptr,                     // 11
 };
 
 // The library's reference to the connected mount. Worker threads hold

@@ -20,7 +20,7 @@ void AxisMotion::Advance(uint64_t nowMs) {
       break;
     case Mode::Slewing: {
       const double left = target_ - position_;
-      const double step = slewRate_ * seconds;
+      const double step = slewSpeed_ * seconds;
       if (std::fabs(left) <= step) {
         position_ = target_;
         mode_ = Mode::Stopped;
@@ -60,14 +60,17 @@ void AxisMotion::Run(double rate, uint64_t nowMs) {
   mode_ = rate == 0.0 ? Mode::Stopped : Mode::Running;
 }
 
-void AxisMotion::GoTo(double target, uint64_t nowMs) {
+void AxisMotion::GoTo(double target, uint64_t nowMs) { GoTo(target, slewRate_, nowMs); }
+
+void AxisMotion::GoTo(double target, double speed, uint64_t nowMs) {
   Advance(nowMs);
   target_ = target;
-  if (target == position_) {
+  if (target == position_ || !(speed > 0.0)) {
     Run(0.0, nowMs);
     return;
   }
-  rate_ = target > position_ ? slewRate_ : -slewRate_;
+  slewSpeed_ = speed;
+  rate_ = target > position_ ? speed : -speed;
   mode_ = Mode::Slewing;
 }
 

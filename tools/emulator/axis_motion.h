@@ -27,6 +27,8 @@ class AxisMotion {
   void Run(double rate, uint64_t nowMs);
   // Moves to `target` at the slew rate and stops there.
   void GoTo(double target, uint64_t nowMs);
+  // Moves to `target` at `speed` (> 0; units per second) and stops there.
+  void GoTo(double target, double speed, uint64_t nowMs);
   void Stop(uint64_t nowMs);
   // Declares the current position without moving.
   void SetPosition(double position, uint64_t nowMs);
@@ -40,6 +42,7 @@ class AxisMotion {
   double position_ = 0.0;
   double rate_ = 0.0;
   double target_ = 0.0;
+  double slewSpeed_ = 0.0;
   uint64_t lastMs_ = 0;
   bool started_ = false;
 };
