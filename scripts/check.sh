@@ -34,6 +34,9 @@ if setarch "$(uname -m)" -R true 2>/dev/null; then launcher=(setarch "$(uname -m
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   "${launcher[@]}" ctest --test-dir build-check/tsan --output-on-failure -j "$jobs" -L threaded
 
+echo "=== Python package ==="
+scripts/check-python.sh build-check/plain
+
 echo "=== libFuzzer targets ==="
 scripts/check-fuzz.sh
 

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs the Debian packages a build needs, only those that are missing.
-#   scripts/install-deps.sh [build|test|bench|fuzz]...   (default: build)
+#   scripts/install-deps.sh [build|test|bench|fuzz|python]...   (default: build)
 # "build" is the library and the command-line program, "test" adds the test
-# frameworks, "bench" the benchmark library, "fuzz" clang with libFuzzer.
+# frameworks, "bench" the benchmark library, "fuzz" clang with libFuzzer,
+# "python" Debian's python3 with pytest and mypy.
 set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config binutils libcli11-dev liberfa-dev libbluetooth-dev)
@@ -12,7 +13,8 @@ for need in "${@:-build}"; do
     test) packages+=(libgtest-dev libgmock-dev) ;;
     bench) packages+=(libbenchmark-dev) ;;
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
-    *) echo "install-deps: unknown set '$need' (build, test, bench or fuzz)" >&2; exit 2 ;;
+    python) packages+=(python3 python3-pytest mypy) ;;
+    *) echo "install-deps: unknown set '$need' (build, test, bench, fuzz or python)" >&2; exit 2 ;;
   esac
 done
 
