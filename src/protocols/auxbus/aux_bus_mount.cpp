@@ -16,8 +16,6 @@ namespace {
 constexpr int32_t MAX_RATE_UNITS = static_cast<int32_t>(FIELD_MASK) / RATE_WIRE_SHIFT;
 constexpr double COUNTS_PER_TURN = 2.0 * COUNTS_PER_HALF_TURN;
 
-bool IsUsableAxis(uint32_t axis) { return IsValidAxis(axis); }
-
 }  // namespace
 
 AuxBusMount::AuxBusMount() {
@@ -36,18 +34,18 @@ AuxBusMount::~AuxBusMount() = default;
 // An angle far outside one turn (a declared position is not reduced first)
 // keeps only the low 24 bits of its counts, as the field does.
 int32_t AuxBusMount::AngleToCounts(uint32_t axis, double angle) const {
-  if (!IsUsableAxis(axis) || !std::isfinite(angle)) return 0;
+  if (!IsValidAxis(axis) || !std::isfinite(angle)) return 0;
   const double counts = std::fmod(std::trunc(angle * countsPerRadian[axis]), COUNTS_PER_TURN);
   return static_cast<int32_t>(counts);
 }
 
 double AuxBusMount::CountsToAngle(uint32_t axis, int32_t counts) const {
-  if (!IsUsableAxis(axis)) return 0.0;
+  if (!IsValidAxis(axis)) return 0.0;
   return counts * radiansPerCount[axis];
 }
 
 int32_t AuxBusMount::RateToUnits(uint32_t axis, double rate) const {
-  if (!IsUsableAxis(axis) || !std::isfinite(rate)) return 0;
+  if (!IsValidAxis(axis) || !std::isfinite(rate)) return 0;
   const double units = std::trunc(rate * rateFactor[axis]);
   if (units > MAX_RATE_UNITS) return MAX_RATE_UNITS;
   if (units < -MAX_RATE_UNITS) return -MAX_RATE_UNITS;
@@ -59,7 +57,7 @@ int32_t AuxBusMount::RateToUnits(uint32_t axis, double rate) const {
 
 int32_t AuxBusMount::SendAuxCommand(uint32_t axis, uint8_t command, const uint8_t* data,
                                     uint32_t count, uint8_t* reply) {
-  if (!IsUsableAxis(axis)) return InvalidParameter;
+  if (!IsValidAxis(axis)) return InvalidParameter;
   if (data == nullptr) count = 0;
   if (count > MAX_COMMAND_DATA) count = MAX_COMMAND_DATA;
   uint8_t packet[MAX_PACKET_SIZE];
@@ -79,7 +77,7 @@ int32_t AuxBusMount::SendAxisAngle(uint32_t axis, uint8_t command, double angle)
 }
 
 int32_t AuxBusMount::SetAxisRateRaw(uint32_t axis, double rate) {
-  if (!IsUsableAxis(axis)) return InvalidParameter;
+  if (!IsValidAxis(axis)) return InvalidParameter;
   const int32_t wire = RateToUnits(axis, rate) * RATE_WIRE_SHIFT;
   uint8_t command = CMD_RATE_POSITIVE;
   if (wire > 0) {
@@ -100,7 +98,7 @@ int32_t AuxBusMount::SetAxisRateRaw(uint32_t axis, double rate) {
 // Mount hardware operations
 
 int32_t AuxBusMount::ReadAxisPosition(uint32_t axis) {
-  if (!IsUsableAxis(axis)) return InvalidParameter;
+  if (!IsValidAxis(axis)) return InvalidParameter;
   uint8_t reply[REPLY_BUFFER_SIZE] = {};
   const int32_t result = SendAuxCommand(axis, CMD_GET_POSITION, nullptr, 0, reply);
   if (result == Ok) axisPosition[axis] = CountsToAngle(axis, GetSigned24(reply + DATA_OFFSET));
@@ -109,7 +107,7 @@ int32_t AuxBusMount::ReadAxisPosition(uint32_t axis) {
 
 // Only a slew has an end to ask about; anything else is known already.
 int32_t AuxBusMount::ReadAxisStatus(uint32_t axis) {
-  if (!IsUsableAxis(axis)) return InvalidParameter;
+  if (!IsValidAxis(axis)) return InvalidParameter;
   if ((axisStatus[axis] & AXIS_SLEWING) == 0) return Ok;
   uint8_t reply[REPLY_BUFFER_SIZE] = {};
   const int32_t result = SendAuxCommand(axis, CMD_SLEW_DONE, nullptr, 0, reply);
@@ -146,7 +144,7 @@ int32_t AuxBusMount::OpenMount() {
 }
 
 int32_t AuxBusMount::SetAxisRate(uint32_t axis, double rate) {
-  if (!IsUsableAxis(axis) || !std::isfinite(rate)) return InvalidParameter;
+  if (!IsValidAxis(axis) || !std::isfinite(rate)) return InvalidParameter;
   // Running, even at a zero rate.
   if (rate >= 0.0) {
     axisDirection[axis] = 1;
@@ -165,7 +163,7 @@ int32_t AuxBusMount::SlewAxisTo(uint32_t axis, double angle) {
 // Long moves go at the controller's fast GOTO, short ones at its slow one;
 // the approach byte tells it from which side to arrive.
 int32_t AuxBusMount::SlewAxisToSending(uint32_t axis, double angle, double sentAngle) {
-  if (!IsUsableAxis(axis) || !std::isfinite(angle) || !std::isfinite(sentAngle)) {
+  if (!IsValidAxis(axis) || !std::isfinite(angle) || !std::isfinite(sentAngle)) {
     return InvalidParameter;
   }
   axisTarget[axis] = angle;
@@ -190,7 +188,7 @@ int32_t AuxBusMount::StopAxisMotor(uint32_t axis) {
 }
 
 int32_t AuxBusMount::SetAxisPosition(uint32_t axis, double angle) {
-  if (!IsUsableAxis(axis) || !std::isfinite(angle)) return InvalidParameter;
+  if (!IsValidAxis(axis) || !std::isfinite(angle)) return InvalidParameter;
   return SendAxisAngle(axis, CMD_SET_POSITION, angle);
 }
 
