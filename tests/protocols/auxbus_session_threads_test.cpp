@@ -134,6 +134,9 @@ TEST_P(AuxModels, GotoBySkyAndByHorizontalPositionArrive) {
     EXPECT_LE(TrackedError(reading, target, requested), ToleranceOf(model))
         << "read back " << reading.sky.lon << ", " << reading.sky.lat;
     session.ExpectControllersAt(AxisPositions(), 0.05 * DEG);
+    // Tracking keeps it there.
+    WaitTestTime(60000);
+    EXPECT_LE(TrackedError(ReadSky(), target, requested), ToleranceOf(model)) << "after a minute";
   }
 
   ASSERT_EQ(ScopeSetTracking(0), SCOPE_OK);
@@ -321,6 +324,7 @@ INSTANTIATE_TEST_SUITE_P(Aux, AuxModels, ::testing::Values(ALTAZ, EQUATORIAL), A
 TEST(AuxBusPty, ConnectsSyncsAndSlewsOverAPseudoTerminal) {
   emulation::WallClock wall;
   AuxBusControllers bus;
+  bus.SetVersion(1, 5, 9);
   emulation::EmulatedLine line(bus, wall);
   line.SetWiring(BUS_WIRING);
   emulation::PtyHost host(line);
@@ -331,6 +335,7 @@ TEST(AuxBusPty, ConnectsSyncsAndSlewsOverAPseudoTerminal) {
   ASSERT_EQ(ScopeConnect(EQUATORIAL, LATITUDE, 100.0), SCOPE_OK);
   EXPECT_EQ(dynamic_cast<AuxBusMount&>(*CurrentMount()).noHandshake, 1u)
       << "a pseudo-terminal has no modem lines";
+  EXPECT_EQ(dynamic_cast<AuxBusMount&>(*CurrentMount()).boardVersion, 5u * 65536u + 9u * 256u);
   ASSERT_EQ(ScopeSyncHome(), SCOPE_OK);
   EXPECT_LT(AngleGap(bus.Position(0, wall.NowMs()), HALF_PI), 1e-6) << "home is +90 on the controller";
   // A short slew at the controller's slow speed: about a second.
