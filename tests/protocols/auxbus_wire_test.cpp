@@ -125,7 +125,7 @@ TEST(AuxBusWire, CommandsGoOutByteForByte) {
       {"negative sidereal rate", false, NOTHING, {},
        [](AuxBusMount& m) { return m.SetAxisRate(0, -7.292115845221407e-05); },
        "3B 06 32 10 07 00 3C 00 75"},
-      {"zero rate after a negative run", false,
+      {"a zero rate counts as positive, even after a negative run", false,
        [](AuxBusMount& m) { return m.SetAxisRate(0, -0.001); }, {},
        [](AuxBusMount& m) { return m.SetAxisRate(0, 0.0); }, "3B 06 32 10 06 00 00 00 B2"},
       {"stop after a negative run", false,
