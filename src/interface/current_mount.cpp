@@ -6,6 +6,7 @@
 #include "geometry/altaz_simulator.h"
 #include "geometry/equatorial_simulator.h"
 #include "interface/messages.h"
+#include "protocols/auxbus/aux_mounts.h"
 
 namespace scopemount {
 
@@ -20,8 +21,8 @@ std::unique_ptr<Mount> Make() {
 // have no factory yet, and connecting them reports NotImplemented. Models 6
 // and 7 are the simulators, which need no hardware.
 MountFactory modelFactories[MODEL_COUNT] = {
-    nullptr,                     // 0
-    nullptr,                     // 1
+    &Make<AuxAltAzMount>,        // 0
+    &Make<AuxEquatorialMount>,   // 1
     nullptr,                     // 2
     nullptr,                     // 3
     nullptr,                     // 4

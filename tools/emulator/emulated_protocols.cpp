@@ -2,11 +2,16 @@
 
 #include <cstring>
 
+#include "aux_bus_controllers.h"
 #include "demo_controller.h"
 
 namespace scopemount::emulation {
 
 namespace {
+
+std::unique_ptr<ControllerModel> MakeAuxBusControllers() {
+  return std::make_unique<AuxBusControllers>();
+}
 
 std::unique_ptr<ControllerModel> MakeDemoController() {
   return std::make_unique<DemoController>();
@@ -15,6 +20,8 @@ std::unique_ptr<ControllerModel> MakeDemoController() {
 const EmulatedProtocol PROTOCOLS[] = {
     {"demo", "demonstration controller of the bench (text commands, no mount uses it)",
      MakeDemoController, LineWiring{}},
+    {"auxbus", "two motor controllers on one echoing AUX bus (models 0 and 1), 19200 baud",
+     MakeAuxBusControllers, LineWiring{.echo = true, .rtsLoopsToCts = true}},
 };
 
 }  // namespace
