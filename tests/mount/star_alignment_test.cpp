@@ -125,9 +125,40 @@ AnglePair Between(AnglePair a, AnglePair b) {
   return UnitVectorToSpherical(sum);
 }
 
-// What a failed alignment leaves: the nominal matrices, the pointing terms
-// written before the step that failed (nullopt: the earlier term), and the
-// earlier `aligned`, `alignmentQuality` and `misalignment`.
+// `a` turned by `angle` about the direction of `pole`: as far from it as before.
+AnglePair TurnedAbout(AnglePair a, AnglePair pole, double angle) {
+  const Vector3 v = SphericalToUnitVector(a), u = SphericalToUnitVector(pole);
+  const Vector3 cross{u.y * v.z - u.z * v.y, u.z * v.x - u.x * v.z, u.x * v.y - u.y * v.x};
+  const double along = (u.x * v.x + u.y * v.y + u.z * v.z) * (1.0 - std::cos(angle));
+  const double c = std::cos(angle), s = std::sin(angle);
+  Vector3 turned{v.x * c + cross.x * s + u.x * along, v.y * c + cross.y * s + u.y * along,
+                 v.z * c + cross.z * s + u.z * along};
+  return UnitVectorToSpherical(turned);
+}
+
+// Three axis directions on one great circle, seen for three stars that are
+// not: the fits find no error, and the axis matrix is singular. Star 3 is
+// the third star turned about the first, so the pairs the fits use (1-2,
+// 1-3) keep their measured separations.
+std::vector<StarObservation> CoplanarAxes(Mount& m) {
+  const auto onCircle = [](double t) {
+    Vector3 v{std::cos(t), std::sin(t) * std::cos(0.87), std::sin(t) * std::sin(0.87)};
+    return UnitVectorToSpherical(v);
+  };
+  const AnglePair axes[3] = {onCircle(-1.2), onCircle(0.9), onCircle(-1.0)};
+  AnglePair sky[3];
+  for (int i = 0; i < 3; ++i) {
+    AnglePair a = axes[i];
+    m.AxesToSky(&a, &sky[i], 0);
+  }
+  sky[2] = TurnedAbout(sky[2], sky[0], 0.7);
+  return {{sky[0], axes[0]}, {sky[1], axes[1]}, {sky[2], axes[2]}};
+}
+
+// What a failed alignment leaves: the nominal matrices (except a new
+// sky-to-axes matrix when only the axis matrix is singular), the pointing
+// terms written before the step that failed (nullopt: the earlier term),
+// and the earlier `aligned`, `alignmentQuality` and `misalignment`.
 TEST(StarAlignmentFailure, LeavesTheNominalMatricesAndTheTermsFittedSoFar) {
   constexpr double EARLIER_INDEX = 0.2 * DEG, EARLIER_CONE = 0.1 * DEG;
   using Stars = std::vector<StarObservation> (*)(Mount&);
@@ -138,6 +169,7 @@ TEST(StarAlignmentFailure, LeavesTheNominalMatricesAndTheTermsFittedSoFar) {
     std::optional<double> index, cone;
     double tolerance;
     uint32_t alignedBefore;
+    bool newSkyToAxes = false;
   };
   static constexpr AnglePair S1{-1.2, 0.3}, S2{0.9, 0.1};
   const Case cases[] = {
@@ -172,6 +204,8 @@ TEST(StarAlignmentFailure, LeavesTheNominalMatricesAndTheTermsFittedSoFar) {
          return std::vector{Observe(m, S1), Observe(m, S2), Observe(m, Between(S1, S2))};
        },
        0.3 * DEG, 0.2 * DEG, ARCMIN, 0},
+      {"three axis directions on one great circle: a singular axis matrix", 0, 0, CoplanarAxes,
+       0.0, 0.0, 1e-9, 1, true},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -201,8 +235,16 @@ TEST(StarAlignmentFailure, LeavesTheNominalMatricesAndTheTermsFittedSoFar) {
                                              : mount.AlignThreeStars(stars[0], stars[1], stars[2]);
     EXPECT_EQ(result, AlignFailed);
     const PointingSnapshot left = mount.pointing.Load();
-    ExpectSameMatrix(left.skyToAxes, nominal.skyToAxes, 1e-15);
     ExpectSameMatrix(left.axesToSky, nominal.axesToSky, 1e-15);
+    if (!c.newSkyToAxes) {
+      ExpectSameMatrix(left.skyToAxes, nominal.skyToAxes, 1e-15);
+    } else {
+      for (const StarObservation& star : stars) {
+        const AnglePair seen = TransformDirection(left.skyToAxes, star.sky);
+        EXPECT_LT(AngularSeparation(seen.lon, seen.lat, star.axes.lon, star.axes.lat), 1e-6)
+            << "the new sky-to-axes matrix maps each star where it was seen";
+      }
+    }
     EXPECT_NEAR(left.indexError, c.index.value_or(EARLIER_INDEX), c.tolerance);
     EXPECT_NEAR(left.coneError, c.cone.value_or(EARLIER_CONE), c.tolerance);
     EXPECT_EQ(mount.aligned, c.alignedBefore);
