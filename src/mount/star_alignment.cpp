@@ -54,40 +54,58 @@ Matrix3 ColumnsWithNormal(const Vector3& a, const Vector3& b, FaultWatch& watch)
   return Columns(a, b, normal);
 }
 
-// skyToAxes = A x B^-1 and axesToSky = B x A^-1 from the measured (A) and
-// catalogue (B) columns; false when either matrix is singular.
-bool SolveFrames(const Matrix3& axesColumns, const Matrix3& skyColumns,
-                 PointingSnapshot* model) {
-  Matrix3 skyInverse = skyColumns;
-  if (skyInverse.Invert() != 0) return false;
-  Matrix3 axesInverse = axesColumns;
-  if (axesInverse.Invert() != 0) return false;
-  model->skyToAxes = axesColumns;
-  model->skyToAxes.MultiplyInPlace(skyInverse);
-  model->axesToSky = skyColumns;
-  model->axesToSky.MultiplyInPlace(axesInverse);
-  return true;
+void StoreTerms(Mount& mount, double index, double cone) {
+  mount.pointing.Update([&](PointingSnapshot& model) {
+    model.indexError = index;
+    model.coneError = cone;
+  });
 }
 
-bool ModelIsSound(const PointingSnapshot& model, FaultWatch& watch) {
-  watch.Check(model.skyToAxes);
-  watch.Check(model.axesToSky);
-  watch.Check(model.indexError);
-  watch.Check(model.coneError);
-  return !watch.Faulted();
+void StoreMatrices(Mount& mount, const Matrix3& skyToAxes, const Matrix3& axesToSky) {
+  mount.pointing.Update([&](PointingSnapshot& model) {
+    model.skyToAxes = skyToAxes;
+    model.axesToSky = axesToSky;
+  });
 }
 
-void PublishAlignment(Mount& mount, const PointingSnapshot& model, bool measureMisalignment) {
-  mount.pointing.Store(model);
+void MarkAligned(Mount& mount, bool measureMisalignment) {
   mount.aligned = 1;
   mount.alignmentQuality = ALIGNED_QUALITY;
   mount.misalignment = measureMisalignment ? mount.GetAxisMisalignment() : 0.0;
 }
 
-// A failed alignment puts back the model that was in force before it.
-int32_t FailAlignment(Mount& mount, const PointingSnapshot& previous) {
-  mount.pointing.Store(previous);
+// A fault must not leave an infinity or a NaN behind: the nominal matrices
+// go back in (the terms written so far stay).
+int32_t FailOnFault(Mount& mount) {
+  mount.ResetTransform();
   return AlignFailed;
+}
+
+// skyToAxes = A x B^-1, then axesToSky = B x A^-1, from the measured (A) and
+// catalogue (B) columns; the pointing terms are already stored. A singular
+// catalogue matrix leaves the nominal matrices; a singular axis matrix is
+// found only after the new skyToAxes is in, and leaves it there.
+int32_t SolveFramesAndFinish(Mount& mount, const Matrix3& axesColumns,
+                             const Matrix3& skyColumns, FaultWatch& watch) {
+  Matrix3 skyInverse = skyColumns;
+  if (skyInverse.Invert() != 0) return AlignFailed;
+  Matrix3 skyToAxes = axesColumns;
+  skyToAxes.MultiplyInPlace(skyInverse);
+  watch.Check(skyToAxes);
+  if (watch.Faulted()) return FailOnFault(mount);
+  Matrix3 axesInverse = axesColumns;
+  if (axesInverse.Invert() != 0) {
+    const Matrix3 nominalAxesToSky = mount.pointing.Load().axesToSky;
+    StoreMatrices(mount, skyToAxes, nominalAxesToSky);
+    return AlignFailed;
+  }
+  Matrix3 axesToSky = skyColumns;
+  axesToSky.MultiplyInPlace(axesInverse);
+  watch.Check(axesToSky);
+  if (watch.Faulted()) return FailOnFault(mount);
+  StoreMatrices(mount, skyToAxes, axesToSky);
+  MarkAligned(mount, /*measureMisalignment=*/true);
+  return Ok;
 }
 
 // The partner of the third star for the cone fit: the first star, unless
@@ -149,12 +167,10 @@ bool FitConeError(const PointingSnapshot& terms, const StarObservation& first,
 
 int32_t AlignOnOneStar(Mount& mount, AnglePair sky, AnglePair axes) {
   if (!IsFinite(sky) || !IsFinite(axes)) return InvalidParameter;
-  FaultWatch watch;
-  const PointingSnapshot previous = mount.pointing.Load();
   mount.ResetTransform();
   const AnglePair nominal = NominalAxes(mount, sky);
-  PointingSnapshot model = mount.pointing.Load();
-  model.indexError = nominal.lat - axes.lat;
+  const PointingSnapshot terms = mount.pointing.Load();
+  StoreTerms(mount, nominal.lat - axes.lat, terms.coneError);
   // Turn the axis-0 angle of the nominal frame by the measured difference.
   const double d = nominal.lon - axes.lon;
   const double cosD = std::cos(d);
@@ -164,13 +180,14 @@ int32_t AlignOnOneStar(Mount& mount, AnglePair sky, AnglePair axes) {
   turned.at(0, 1) = sinD;
   turned.at(1, 0) = -sinD;
   turned.at(1, 1) = cosD;
-  turned.MultiplyInPlace(model.skyToAxes);
+  turned.MultiplyInPlace(terms.skyToAxes);
   Matrix3 inverse = turned;
-  if (inverse.Invert() != 0) return FailAlignment(mount, previous);
-  model.skyToAxes = turned;
-  model.axesToSky = inverse;
-  if (!ModelIsSound(model, watch)) return FailAlignment(mount, previous);
-  PublishAlignment(mount, model, /*measureMisalignment=*/false);
+  if (inverse.Invert() != 0) {
+    StoreMatrices(mount, turned, turned);
+    return AlignFailed;
+  }
+  StoreMatrices(mount, turned, inverse);
+  MarkAligned(mount, /*measureMisalignment=*/false);
   mount.StartTracking();
   return Ok;
 }
@@ -178,14 +195,14 @@ int32_t AlignOnOneStar(Mount& mount, AnglePair sky, AnglePair axes) {
 int32_t AlignOnTwoStars(Mount& mount, StarObservation first, StarObservation second) {
   if (!IsFinite(first) || !IsFinite(second)) return InvalidParameter;
   FaultWatch watch;
-  const PointingSnapshot previous = mount.pointing.Load();
   mount.ResetTransform();
   const AnglePair x1 = NominalAxes(mount, first.sky);
   const AnglePair x2 = NominalAxes(mount, second.sky);
-  PointingSnapshot model = mount.pointing.Load();
-  double index = ((x1.lat - first.axes.lat) + (x2.lat - second.axes.lat)) / 2.0;
-  if (!FitIndexError(model, first, second, &index)) return FailAlignment(mount, previous);
-  model.indexError = index;
+  const PointingSnapshot terms = mount.pointing.Load();
+  double index = watch.Check(((x1.lat - first.axes.lat) + (x2.lat - second.axes.lat)) / 2.0);
+  if (watch.Faulted()) return FailOnFault(mount);
+  if (!FitIndexError(terms, first, second, &index)) return AlignFailed;
+  StoreTerms(mount, index, terms.coneError);
   // The axis-0 angles are used as measured.
   const AnglePair m1{first.axes.lon, first.axes.lat + index};
   const AnglePair m2{second.axes.lon, second.axes.lat + index};
@@ -193,24 +210,19 @@ int32_t AlignOnTwoStars(Mount& mount, StarObservation first, StarObservation sec
       ColumnsWithNormal(SphericalToUnitVector(m1), SphericalToUnitVector(m2), watch);
   const Matrix3 skyColumns = ColumnsWithNormal(SphericalToUnitVector(first.sky),
                                                SphericalToUnitVector(second.sky), watch);
-  if (watch.Faulted() || !SolveFrames(axesColumns, skyColumns, &model) ||
-      !ModelIsSound(model, watch)) {
-    return FailAlignment(mount, previous);
-  }
-  PublishAlignment(mount, model, /*measureMisalignment=*/true);
-  return Ok;
+  if (watch.Faulted()) return FailOnFault(mount);
+  return SolveFramesAndFinish(mount, axesColumns, skyColumns, watch);
 }
 
 int32_t AlignOnThreeStars(Mount& mount, StarObservation first, StarObservation second,
                           StarObservation third) {
   if (!IsFinite(first) || !IsFinite(second) || !IsFinite(third)) return InvalidParameter;
   FaultWatch watch;
-  const PointingSnapshot previous = mount.pointing.Load();
   mount.ResetTransform();
   const AnglePair x1 = NominalAxes(mount, first.sky);
   const AnglePair x2 = NominalAxes(mount, second.sky);
   const AnglePair x3 = NominalAxes(mount, third.sky);
-  PointingSnapshot model = mount.pointing.Load();
+  PointingSnapshot terms = mount.pointing.Load();
 
   // Leverage of each pair with the third star on the cone term.
   const double secant3 = 1.0 / std::cos(third.axes.lat);
@@ -219,45 +231,44 @@ int32_t AlignOnThreeStars(Mount& mount, StarObservation first, StarObservation s
   const StarObservation& partner = ConePartner(first, second, third, leverage13, leverage23);
   double index = watch.Check(
       ((x1.lat - first.axes.lat) + (x2.lat - second.axes.lat) + (x3.lat - third.axes.lat)) / 3.0);
-  if (watch.Faulted()) return FailAlignment(mount, previous);
+  if (watch.Faulted()) return FailOnFault(mount);
 
   // The two fits feed each other: the index fit uses the cone term so far,
-  // the cone fit the index term so far.
-  model.indexError = 0.0;
-  model.coneError = 0.0;
+  // the cone fit the index term so far. Both start from zero.
+  terms.indexError = 0.0;
+  terms.coneError = 0.0;
   double cone = 0.0;
   bool indexSettled = false;
   bool coneSettled = false;
   for (int round = 0; round < ALIGNMENT_FIT_ROUNDS && !(indexSettled && coneSettled); ++round) {
     if (!indexSettled) {
-      if (!FitIndexError(model, first, second, &index)) break;
-      indexSettled = std::fabs(index - model.indexError) < ALIGNMENT_FIT_TOLERANCE;
-      model.indexError = index;
+      if (!FitIndexError(terms, first, second, &index)) break;
+      indexSettled = std::fabs(index - terms.indexError) < ALIGNMENT_FIT_TOLERANCE;
+      terms.indexError = index;
     }
     if (!coneSettled) {
-      if (!FitConeError(model, partner, third, &cone)) break;
-      coneSettled = std::fabs(cone - model.coneError) < ALIGNMENT_FIT_TOLERANCE;
-      model.coneError = cone;
+      if (!FitConeError(terms, partner, third, &cone)) break;
+      coneSettled = std::fabs(cone - terms.coneError) < ALIGNMENT_FIT_TOLERANCE;
+      terms.coneError = cone;
     }
   }
-  if (!indexSettled || !coneSettled) return FailAlignment(mount, previous);
+  // The terms as far as the rounds got stay, whether or not they settled.
+  StoreTerms(mount, terms.indexError, terms.coneError);
+  if (!indexSettled || !coneSettled) return AlignFailed;
 
   Vector3 measured[3];
   const StarObservation* stars[3] = {&first, &second, &third};
   for (int i = 0; i < 3; ++i) {
-    const double a1 = stars[i]->axes.lat + model.indexError;
-    const double a0 = CorrectedAxisZero(model, stars[i]->axes.lon, a1);
+    const double a1 = stars[i]->axes.lat + terms.indexError;
+    const double a0 = watch.Check(CorrectedAxisZero(terms, stars[i]->axes.lon, a1));
     measured[i] = SphericalToUnitVector({a0, a1});
   }
+  if (watch.Faulted()) return FailOnFault(mount);
   const Matrix3 axesColumns = Columns(measured[0], measured[1], measured[2]);
   const Matrix3 skyColumns =
       Columns(SphericalToUnitVector(first.sky), SphericalToUnitVector(second.sky),
               SphericalToUnitVector(third.sky));
-  if (!SolveFrames(axesColumns, skyColumns, &model) || !ModelIsSound(model, watch)) {
-    return FailAlignment(mount, previous);
-  }
-  PublishAlignment(mount, model, /*measureMisalignment=*/true);
-  return Ok;
+  return SolveFramesAndFinish(mount, axesColumns, skyColumns, watch);
 }
 
 }  // namespace scopemount

@@ -4,10 +4,14 @@
 //
 // One star turns the nominal model about axis 0 and shifts axis 1; two
 // stars fit the index term and a full rotation; three stars fit the index
-// and cone terms together and a general matrix. A fit that cannot be solved
-// (stars that coincide, lie on one meridian, or a degenerate third star) or
-// that meets a floating-point fault gives AlignFailed and leaves the model
-// that was in force before.
+// and cone terms together and a general matrix.
+//
+// Every alignment starts from the nominal matrices and writes each term as
+// it is fitted, so a failure (AlignFailed) leaves what the steps before it
+// wrote: the nominal matrices, the terms fitted so far, and `aligned`,
+// `alignmentQuality` and `misalignment` as they were. The one exception is
+// a singular axis matrix, found after the new sky-to-axes matrix is stored.
+// A floating-point fault reloads the nominal matrices.
 #pragma once
 
 #include <cstdint>

@@ -185,6 +185,35 @@ TEST(AltAzGeometry, AlignmentReducesEveryAngleOfTheObservations) {
   EXPECT_EQ(mount->AlignTwoStars(s1, s1), AlignFailed) << "one star twice fixes no frame";
 }
 
+TEST(AltAzGeometry, ThreeStarAlignmentFitsTermsAndTiltFromUnreducedAngles) {
+  const double index = 0.3 * DEG;
+  const double cone = 0.2 * DEG;
+  auto truth = Askew<AltAzSimulator>(0.6, Rotation(1, 0.3 * DEG), index, cone);
+  auto mount = MakeAt<AltAzSimulator>(0.6);
+  const PointingSnapshot nominal = mount->pointing.Load();
+  StarObservation s1 = Observe(*truth, AtHorizontal(*mount, 40 * DEG, 15 * DEG));
+  StarObservation s2 = Observe(*truth, AtHorizontal(*mount, -80 * DEG, 30 * DEG));
+  StarObservation s3 = Observe(*truth, AtHorizontal(*mount, 160 * DEG, 55 * DEG));
+  s1.sky.lat += TWO_PI;
+  s2.axes.lon -= TWO_PI;
+  s3.axes.lat += 2 * TWO_PI;
+  s3.sky.lon -= TWO_PI;
+  ASSERT_EQ(mount->AlignThreeStars(s1, s2, s3), Ok);
+  const PointingSnapshot fitted = mount->pointing.Load();
+  EXPECT_NEAR(fitted.indexError, index, 60 * ARCSEC);
+  EXPECT_NEAR(fitted.coneError, cone, 60 * ARCSEC);
+  EXPECT_NEAR(mount->misalignment, 0.3 * DEG, 60 * ARCSEC);
+  EXPECT_EQ(mount->alignmentQuality, 100u);
+  for (double azimuth : {-120.0, 10.0, 100.0}) {
+    const AnglePair star = AtHorizontal(*mount, azimuth * DEG, 35 * DEG);
+    EXPECT_LT(Separation(Axes(*mount, star), Axes(*truth, star)), 60 * ARCSEC) << azimuth;
+  }
+
+  EXPECT_EQ(mount->AlignThreeStars(s1, s1, s3), AlignFailed) << "two of the stars coincide";
+  EXPECT_EQ(mount->pointing.Load().skyToAxes, nominal.skyToAxes) << "the nominal frame";
+  EXPECT_EQ(mount->aligned, 1u) << "the earlier alignment's flag stays";
+}
+
 // --- Equatorial ----------------------------------------------------------------
 
 TEST(EquatorialGeometry, SidesOfThePierInTheNorth) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
 #include <vector>
 
 #include "mount/motion_workers.h"
@@ -191,6 +192,68 @@ TEST_F(MotionWorkers, FailedCommandEndsTheSlewLeavingTheAxesAsCommanded) {
   mount->SetSilent(0, false);
   GotoAxesAndWait(-0.2, 0.3);
   EXPECT_NEAR(mount->TrueAngle(0), -0.2, DEFAULT_GOTO_TOLERANCE) << "usable again";
+}
+
+TEST_F(MotionWorkers, GotoThatFailsBeforeMovingEndsIdleWithoutTracking) {
+  struct Case {
+    const char* name;
+    int32_t prepareResult;
+    uint32_t silentAxis;  // AXIS_COUNT: none
+  };
+  const Case cases[] = {
+      {"PrepareSlew fails", NoResponseAxis1, AXIS_COUNT},
+      {"the axis-1 command fails (axis 1 is commanded first)", Ok, 1},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const size_t from = mount->CommandCount();
+    mount->PlaceAxes(-1.0, 0.1);
+    mount->prepareSlewResult = c.prepareResult;
+    if (c.silentAxis < AXIS_COUNT) mount->SetSilent(c.silentAxis, true);
+    ASSERT_EQ(mount->GotoEquatorial({0.6, 0.2}), Ok);
+    ASSERT_TRUE(WaitUntil([this] { return SlewDone() && mount->References() == 1; }));
+    EXPECT_EQ(KindsSince(*mount, from), std::vector<Command>{Command::PrepareSlew})
+        << "no axis moved, none was stopped, tracking did not start";
+    EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
+    EXPECT_EQ(mount->trackingWanted, 0u);
+
+    mount->prepareSlewResult = Ok;
+    if (c.silentAxis < AXIS_COUNT) mount->SetSilent(c.silentAxis, false);
+    ASSERT_EQ(mount->GotoEquatorial({0.6, 0.2}), Ok);
+    ASSERT_TRUE(WaitUntil([this] { return MountStatus(*mount) == STATE_TRACKING; }));
+    ASSERT_EQ(mount->SetTracking(0), Ok);
+  }
+}
+
+// Once a release has begun no worker starts: every operation that would
+// start one leaves the axes free and the mount idle, so the release (and
+// any halt) has nothing to wait for.
+TEST_F(MotionWorkers, NoWorkerStartsOnceTheMountIsBeingReleased) {
+  OwnedMount<TestMount> altaz(new TestMount(Geometry::AltAz, 7));
+  struct Case {
+    const char* name;
+    int32_t (*start)(TestMount&);
+  };
+  const Case cases[] = {
+      {"GotoEquatorial", [](TestMount& m) { return m.GotoEquatorial({0.3, 0.2}); }},
+      {"GotoAxes", [](TestMount& m) { return m.GotoAxes(0.3, 0.2); }},
+      {"MoveAxis", [](TestMount& m) { return m.MoveAxis(1, 0.01); }},
+      {"StartTracking", [](TestMount& m) { return m.StartTracking(); }},
+  };
+  mount->StopWorkersForRelease();
+  altaz->StopWorkersForRelease();
+  for (TestMount* m : {mount.get(), altaz.get()}) {
+    for (const Case& c : cases) {
+      SCOPED_TRACE(std::string(c.name) + (m == altaz.get() ? " on Alt/Az" : " on equatorial"));
+      EXPECT_EQ(c.start(*m), Ok);
+      EXPECT_EQ(m->workerStarts, 0u);
+      EXPECT_EQ(m->References(), 1u);
+      EXPECT_EQ(m->axisRunFlag[0] | m->axisRunFlag[1], 0u) << "the run flags are free again";
+      EXPECT_FALSE(m->altAzTracking.IsStartingOrRunning());
+      EXPECT_EQ(MountStatus(*m), STATE_IDLE);
+    }
+  }
+  EXPECT_EQ(mount->CommandCount() + altaz->CommandCount(), 0u);
 }
 
 TEST_F(MotionWorkers, AxisThatStopsAnsweringMidPassLeavesTheMountUsable) {

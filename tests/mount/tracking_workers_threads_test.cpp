@@ -101,6 +101,39 @@ TEST_F(Tracking, EquatorialTrackingLeavesAnAxisThatAMotionOwns) {
   EXPECT_EQ(MountStatus(*mount), STATE_MOVING);
 }
 
+TEST_F(Tracking, EquatorialTrackingGivesUpOnASlewThatHoldsTheAxesTooLong) {
+  Make(Geometry::Equatorial, 20.0);
+  mount->PlaceAxes(0.0, 0.0);
+  mount->prepareSlewDelayMs = 8000;  // beyond the tracking worker's 5000 ms wait
+  ASSERT_EQ(mount->GotoAxes(0.5, 0.2), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return !mount->Commands(Command::PrepareSlew).empty(); }));
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return mount->workerStarts == 2 && WorkersGone(); }));
+  EXPECT_TRUE(mount->Commands(Command::SetRate).empty()) << "tracking did not start";
+  EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
+  EXPECT_NEAR(mount->TrueAngle(0), 0.5, DEFAULT_GOTO_TOLERANCE) << "the slew was not disturbed";
+}
+
+TEST_F(Tracking, EquatorialRateThatCannotBeSetLeavesTrackingOff) {
+  for (const uint32_t backlashMs : {0u, 500u}) {
+    SCOPED_TRACE(backlashMs ? "the take-up rate fails" : "the tracking rate fails");
+    Make(Geometry::Equatorial, 20.0);
+    mount->backlashTime[0] = backlashMs;
+    mount->axisDirection[0] = 0;  // sidereal tracking reverses the axis
+    mount->FailRateCommands(0, 0, 1);
+    ASSERT_EQ(mount->SetTracking(1), Ok);
+    ASSERT_TRUE(WaitUntil([this] { return mount->workerStarts == 1 && WorkersGone(); }));
+    const std::vector<CommandRecord> commands = mount->Commands();
+    ASSERT_EQ(commands.size(), 1u) << "nothing after the failed rate";
+    EXPECT_TRUE(commands[0].failed);
+    EXPECT_EQ(mount->mountState & STATE_TRACKING, 0u) << "the tracking bit stays clear";
+    EXPECT_TRUE(mount->workerIdleEvent.IsSignalled()) << "the axes were handed back";
+    ASSERT_EQ(mount->SetTracking(1), Ok);
+    ASSERT_TRUE(WaitUntil([this] { return MountStatus(*mount) == STATE_TRACKING; }));
+    TearDown();
+  }
+}
+
 TEST_F(Tracking, UnalignedAltAzLoopSetsClosedFormRatesEveryTenSeconds) {
   Make(Geometry::AltAz, 100.0);
   mount->PlaceAxes(1.0, 0.7);
@@ -194,6 +227,112 @@ TEST_F(Tracking, AltAzTakeUpLastsOneCycle) {
   EXPECT_EQ(all[3].value, expected.axis0);
   EXPECT_EQ(all[3].axis, 0u);
   EXPECT_EQ(mount->Commands(Command::Stop).size(), 1u) << "later cycles do not stop the axis";
+}
+
+// The rate commands on one axis, failed ones included, up to the first
+// (successful or not) rate command on the other axis.
+size_t RatesBeforeOtherAxis(const TestMount& mount, uint32_t axis) {
+  size_t count = 0;
+  for (const CommandRecord& c : mount.Commands()) {
+    if (c.command != Command::SetRate) continue;
+    if (c.axis != axis) break;
+    ++count;
+  }
+  return count;
+}
+
+TEST_F(Tracking, AltAzTakeUpThatCannotBeCommandedEndsTheLoop) {
+  Make(Geometry::AltAz, 100.0);
+  mount->PlaceAxes(1.0, 0.7);
+  mount->backlashTime[1] = 300;
+  mount->axisDirection[1] = 0;  // the altitude rate here reverses the axis
+  mount->FailRateCommands(1, 0, 1);
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return mount->workerStarts == 2 && WorkersGone(); }))
+      << "the loop ended by itself";
+  EXPECT_FALSE(mount->altAzTracking.IsStartingOrRunning());
+  EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
+  const std::vector<CommandRecord> commands = mount->Commands();
+  ASSERT_EQ(commands.size(), 1u) << "nothing after the failed take-up";
+  EXPECT_TRUE(commands[0].failed);
+
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return !Rates(*mount, 0).empty(); })) << "tracking restarts";
+  EXPECT_TRUE(mount->altAzTracking.IsRunning());
+}
+
+TEST_F(Tracking, AltAzFailedReadsAndRatesSkipOnlyTheirCycle) {
+  struct Case {
+    const char* name;
+    bool aligned;
+    uint32_t failingRateAxis, rateFailures, failingReadAxis, readFailures;
+    uint32_t minFirstRateMs;  // from the start to the first rate set on axis 1
+  };
+  // The starter's anchor reads each axis once (its result ignored) before
+  // the first cycle; an aligned cycle that cannot read an axis sets nothing.
+  const Case cases[] = {
+      {"a failed axis-0 rate skips the axis-1 rate of that cycle", false, 0, 1, 0, 0,
+       UNALIGNED_TRACKING_PERIOD_MS},
+      {"failed position reads skip two aligned cycles", true, 0, 0, 1, 3,
+       2 * ALIGNED_TRACKING_PERIOD_MS},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Make(Geometry::AltAz, 200.0);
+    mount->aligned = c.aligned ? 1 : 0;
+    mount->PlaceAxes(2.0, 0.8);
+    mount->FailRateCommands(c.failingRateAxis, 0, c.rateFailures);
+    mount->FailPositionReads(c.failingReadAxis, c.readFailures);
+    const uint32_t started = platform::TickCount();
+    ASSERT_EQ(mount->SetTracking(1), Ok);
+    ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 1).size() >= 2; }));
+    EXPECT_GE(Rates(*mount, 1)[0].tick - started, c.minFirstRateMs);
+    EXPECT_TRUE(mount->altAzTracking.IsRunning()) << "the loop goes on";
+    EXPECT_EQ(MountStatus(*mount), STATE_TRACKING);
+    TearDown();
+  }
+}
+
+TEST_F(Tracking, AltAzTakeUpRetriesTheRateThreeTimesThenTracksOn) {
+  Make(Geometry::AltAz, 100.0);
+  mount->PlaceAxes(1.0, 0.7);
+  mount->backlashTime[1] = 300;
+  mount->axisDirection[1] = 0;
+  mount->FailRateCommands(1, 1, 1000);  // the take-up runs, no rate after it does
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 0).size() >= 2; }))
+      << "the loop neither hangs in the take-up nor ends";
+  EXPECT_EQ(RatesBeforeOtherAxis(*mount, 1), 1u + 3u) << "the take-up, then three attempts";
+  EXPECT_EQ(mount->CommandCount(Command::Stop, 1), 3u) << "each attempt stops the axis first";
+  EXPECT_TRUE(mount->altAzTracking.IsRunning());
+}
+
+TEST_F(Tracking, AlignedAltAzCorrectionNeverReversesAnAxis) {
+  Make(Geometry::AltAz, 200.0);
+  mount->aligned = 1;
+  mount->PlaceAxes(2.0, 0.8);
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return !Rates(*mount, 0).empty(); }));
+  const double direction = Rates(*mount, 0)[0].value > 0.0 ? 1.0 : -1.0;
+  // Pushed two degrees ahead of the star: catching back up would reverse
+  // axis 0, so the loop runs it slower than the star instead.
+  mount->PlaceAxes(mount->TrueAngle(0) + direction * 2 * DEG, mount->TrueAngle(1));
+  const size_t from = mount->CommandCount();
+  // The first rate after the push may come from a cycle that read before it.
+  ASSERT_TRUE(WaitUntil([&] { return Rates(*mount, 0, from).size() >= 2; }));
+  const CommandRecord damped = Rates(*mount, 0, from)[1];
+  // The star's own axis-0 rate at that moment, from the anchor.
+  const auto axisZeroAt = [&](uint32_t ms) {
+    AnglePair sky{mount->trackStartSky[0] + SIDEREAL_RATE * ms / 1000.0, mount->trackStartSky[1]};
+    AnglePair axes;
+    mount->SkyToAxes(&sky, &axes, 1);
+    return axes.lon;
+  };
+  const uint32_t t = damped.tick - mount->trackStartTick;
+  const double starRate =
+      (axisZeroAt(t + ALIGNED_TRACKING_PERIOD_MS) - axisZeroAt(t)) * 1000.0 /
+      ALIGNED_TRACKING_PERIOD_MS;
+  EXPECT_NEAR(damped.value, 0.75 * starRate, 1e-3 * std::fabs(starRate));
 }
 
 TEST_F(Tracking, OneStarAlignmentTurnsTheModelOntoTheStarAndStartsTracking) {

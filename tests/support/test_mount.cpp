@@ -64,14 +64,19 @@ int32_t TestMount::NoAnswer(uint32_t axis) const {
   return axis == 0 ? NoResponseAxis1 : NoResponseAxis2;
 }
 
-void TestMount::Record(Command command, uint32_t axis, double value, uint32_t tick) {
-  if (logSize_ < LOG_CAPACITY) (*log_)[logSize_++] = {command, axis, value, tick};
+void TestMount::Record(Command command, uint32_t axis, double value, uint32_t tick,
+                       bool failed) {
+  if (logSize_ < LOG_CAPACITY) (*log_)[logSize_++] = {command, axis, value, tick, failed};
 }
 
 int32_t TestMount::ReadAxisPosition(uint32_t axis) {
   if (!IsValidAxis(axis)) return InvalidParameter;
   if (silent_[axis]) return NoAnswer(axis);
   std::lock_guard lock(mutex_);
+  if (positionReadFailures_[axis] > 0) {
+    --positionReadFailures_[axis];
+    return NoAnswer(axis);
+  }
   Rebase(axes_[axis], platform::TickCount());
   axisPosition[axis] = axes_[axis].start;
   return Ok;
@@ -102,6 +107,13 @@ int32_t TestMount::SetAxisRate(uint32_t axis, double rate) {
   if (silent_[axis]) return NoAnswer(axis);
   std::lock_guard lock(mutex_);
   const uint32_t now = platform::TickCount();
+  if (ratesBeforeFailure_[axis] > 0) {
+    --ratesBeforeFailure_[axis];
+  } else if (rateFailures_[axis] > 0) {
+    --rateFailures_[axis];
+    Record(Command::SetRate, axis, rate, now, /*failed=*/true);
+    return NoAnswer(axis);
+  }
   Record(Command::SetRate, axis, rate, now);
   Axis& a = axes_[axis];
   Rebase(a, now);
@@ -249,6 +261,17 @@ AnglePair TestMount::TrueSky() {
 bool TestMount::SlewFinished() const {
   return axisRunFlag[0] == 0 && axisRunFlag[1] == 0 && slewActive == 0 &&
          workerIdleEvent.IsSignalled();
+}
+
+void TestMount::FailRateCommands(uint32_t axis, uint32_t after, uint32_t count) {
+  std::lock_guard lock(mutex_);
+  ratesBeforeFailure_[axis] = after;
+  rateFailures_[axis] = count;
+}
+
+void TestMount::FailPositionReads(uint32_t axis, uint32_t count) {
+  std::lock_guard lock(mutex_);
+  positionReadFailures_[axis] = count;
 }
 
 size_t TestMount::CommandCount(Command kind, uint32_t axis) const {

@@ -35,6 +35,7 @@ struct CommandRecord {
   uint32_t axis = 0;
   double value = 0.0;  // rate or angle
   uint32_t tick = 0;
+  bool failed = false;  // answered with a failure code; the axis did not change
 };
 
 class TestMount : public Mount {
@@ -75,6 +76,11 @@ class TestMount : public Mount {
   // A silent axis answers nothing: every operation on it fails with its
   // no-response code and changes nothing.
   void SetSilent(uint32_t axis, bool silent) { silent_[axis] = silent; }
+  // After `after` more successful ones, the next `count` rate commands on
+  // the axis fail with its no-response code (recorded, marked failed).
+  void FailRateCommands(uint32_t axis, uint32_t after, uint32_t count);
+  // The next `count` position reads on the axis fail.
+  void FailPositionReads(uint32_t axis, uint32_t count);
   // The sky position the axes point at now, by the model in force.
   AnglePair TrueSky();
   // No slew worker holds the axes any more and both run flags are free.
@@ -110,7 +116,8 @@ class TestMount : public Mount {
   void Rebase(Axis& axis, uint32_t now);
   uint32_t StatusOf(const Axis& axis) const;
   int32_t NoAnswer(uint32_t axis) const;
-  void Record(Command command, uint32_t axis, double value, uint32_t tick);
+  void Record(Command command, uint32_t axis, double value, uint32_t tick,
+              bool failed = false);
   void HaltAltAzTracking();
 
   mutable std::mutex mutex_;
@@ -119,6 +126,10 @@ class TestMount : public Mount {
   std::unique_ptr<std::array<CommandRecord, LOG_CAPACITY>> log_;
   size_t logSize_ = 0;
   std::atomic<bool> silent_[AXIS_COUNT]{false, false};
+  // Injected failures, guarded by mutex_.
+  uint32_t ratesBeforeFailure_[AXIS_COUNT]{0, 0};
+  uint32_t rateFailures_[AXIS_COUNT]{0, 0};
+  uint32_t positionReadFailures_[AXIS_COUNT]{0, 0};
 };
 
 // Puts TestMounts of the given geometry behind a model number while the
