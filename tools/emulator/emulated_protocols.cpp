@@ -2,11 +2,16 @@
 
 #include <cstring>
 
+#include "compact_controller.h"
 #include "demo_controller.h"
 
 namespace scopemount::emulation {
 
 namespace {
+
+std::unique_ptr<ControllerModel> MakeCompactController() {
+  return std::make_unique<CompactController>();
+}
 
 std::unique_ptr<ControllerModel> MakeDemoController() {
   return std::make_unique<DemoController>();
@@ -15,6 +20,8 @@ std::unique_ptr<ControllerModel> MakeDemoController() {
 const EmulatedProtocol PROTOCOLS[] = {
     {"demo", "demonstration controller of the bench (text commands, no mount uses it)",
      MakeDemoController, LineWiring{}},
+    {"compact", "compact Alt/Az mount board (models 8 to 11; either size, told at start-up)",
+     MakeCompactController, LineWiring{}},
 };
 
 }  // namespace
