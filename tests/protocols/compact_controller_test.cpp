@@ -1,5 +1,6 @@
 // The emulated compact board on its own: replies, motion at run rates and
-// GOTO speed on the bench's clock, both gearings, commands in pieces.
+// GOTO speed on the bench's clock, both gearings, commands in pieces, and
+// its name on the bench.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -60,27 +61,16 @@ TEST(CompactController, RepliesAndMotionFollowTheCommands) {
       {"start-up settings take no reply", 13000, {10, 0, 0, 0, 30, 0, 0, 0, 14, 0, 0x0F, 0xC4},
        {{}, {}, {}}},
       {"noise is dropped", 13000, {0, 99, 255, 21}, {{0x01, 0x02, 0x03}}},
+      // The large gearing (1059334), told in pieces: its GOTO speed is
+      // 23539.6 counts/s, so 23539 counts take a second.
+      {"half a command waits", 14000, {12, 0x10}, {}},
+      {"the rest completes it", 14000, {0x2A, 0x06}, {{}}},
+      {"GOTO at the new speed", 14000, {22, 0x01, 0x5D, 0xF6}, {{}}},
+      {"arrived a second later", 15000, {21}, {{0x01, 0x5D, 0xF6}}},
   };
   for (const Step& step : steps) {
     EXPECT_EQ(Send(board, step.command, step.atMs), step.replies) << step.what;
   }
-}
-
-TEST(CompactController, TakesTheHostsGearingAndCommandsInPieces) {
-  CompactController board;
-  // Told the large gearing in three pieces: 1059334 counts.
-  EXPECT_TRUE(Send(board, {12}, 0).empty()) << "nothing until the number is complete";
-  EXPECT_TRUE(Send(board, {0x10, 0x2A}, 0).empty());
-  EXPECT_EQ(Send(board, {0x06}, 0), std::vector<Bytes>{{}});
-  EXPECT_EQ(board.CountsPerRevolution(), 1059334u);
-  // 8 degrees a second of the large gearing: 23539.6 counts/s.
-  Send(board, {2, 0, 0x5B, 0xF3}, 0);  // 23539
-  EXPECT_TRUE(board.IsMoving(0, 999));
-  EXPECT_FALSE(board.IsMoving(0, 1000));
-  EXPECT_EQ(board.Count(0, 1000), 23539u);
-  // Below zero wraps at the new revolution.
-  Send(board, {7, 0x03, 0x97, 0x88}, 1000);  // 23540.0 counts/s negative
-  EXPECT_EQ(board.Count(0, 2000), 1059334u - 1);
 }
 
 TEST(CompactController, IsServedByName) {

@@ -145,51 +145,47 @@ TEST(CompactMounts, ASilentBoardFailsTheConnectionAndLeavesNothingConnected) {
   }
 }
 
-TEST(CompactMounts, ABoardThatGoesQuietMidGotoLeavesTheMountUsableAfterReconnecting) {
-  CompactSession session(8);
-  ASSERT_EQ(session.connected, SCOPE_OK);
-  session.line().SetFaults({.stopAfterCommands = session.line().CommandsSeen() + 6});
-  ASSERT_EQ(ScopeGotoAxes(2.0, 0.8), SCOPE_OK);
-  ASSERT_TRUE(WaitForWorkers()) << "the slew gave up";
-  uint32_t state = 0;
-  EXPECT_EQ(ScopeGetMountStatus(&state), SCOPE_OK) << "the library still answers";
-  EXPECT_LT(Timed([] { EXPECT_EQ(ScopeDisconnect(), SCOPE_OK); }), std::chrono::seconds(5));
-
-  session.line().SetFaults({});
-  ASSERT_EQ(ScopeConnect(8, 0.6, 100.0), SCOPE_OK);
-  ASSERT_EQ(ScopeGotoAxes(1.0, 0.5), SCOPE_OK);
-  ASSERT_TRUE(WaitForWorkers());
-  const AnglePair axes = AxisPositions();
-  EXPECT_NEAR(axes.lon, 1.0, COMPACT_TOLERANCE);
-  EXPECT_NEAR(axes.lat, 0.5, COMPACT_TOLERANCE);
-}
-
-TEST(CompactMounts, NoiseOnTheLineNeverCrashesOrHangs) {
-  const LineFaults noises[] = {
+// A board that goes quiet mid-GOTO, or noise on the line (which can read as
+// a GOTO that never ends): the library stays at the caller's service, a
+// disconnect is prompt, and the next connection works.
+TEST(CompactMounts, FaultsMidGotoNeverCrashHangOrLeaveTheMountUnusable) {
+  const LineFaults faults[] = {
+      {.stopAfterCommands = 6},
       {.garbage = {0xFF, 0x12, 0x34}},
       {.garbage = {0x00}},
       {.truncateTo = 1},
       {.byteGapMs = 100},
   };
-  for (size_t i = 0; i < std::size(noises); ++i) {
+  for (size_t i = 0; i < std::size(faults); ++i) {
     CompactSession session(11);
-    ASSERT_EQ(session.connected, SCOPE_OK) << "noise " << i << ": replies are not checked";
-    session.line().SetFaults(noises[i]);
-    // Noise can read as a GOTO that never ends: the library stays at the
-    // caller's service all the same.
+    ASSERT_EQ(session.connected, SCOPE_OK);
+    LineFaults fault = faults[i];
+    if (fault.stopAfterCommands != emulation::NO_LIMIT) {
+      fault.stopAfterCommands += session.line().CommandsSeen();
+    }
+    session.line().SetFaults(fault);
     const size_t seen = session.line().CommandsSeen();
     ASSERT_EQ(ScopeGotoAxes(1.0, 0.3), SCOPE_OK);
-    EXPECT_TRUE(WaitUntil([&] { return session.line().CommandsSeen() > seen + 20; }));
+    EXPECT_TRUE(WaitUntil([&] { return session.line().CommandsSeen() > seen + 8; }));
     double angles[2];
-    EXPECT_EQ(ScopeGetAxisPositions(angles), SCOPE_OK) << "noise " << i;
-    EXPECT_EQ(ScopeStopAxis(0), SCOPE_OK) << "noise " << i;
-    EXPECT_LT(Timed([] { ScopeDisconnect(); }), std::chrono::seconds(5)) << "noise " << i;
+    const int32_t read = ScopeGetAxisPositions(angles);
+    EXPECT_TRUE(read == SCOPE_OK || read == SCOPE_NO_RESPONSE_AXIS1) << "fault " << i;
+    EXPECT_LT(Timed([] { EXPECT_EQ(ScopeDisconnect(), SCOPE_OK); }), std::chrono::seconds(5))
+        << "fault " << i;
+
+    session.line().SetFaults({});
+    ASSERT_EQ(ScopeConnect(11, 0.6, 100.0), SCOPE_OK) << "fault " << i;
+    ASSERT_EQ(ScopeGotoAxes(0.5, 0.2), SCOPE_OK);
+    ASSERT_TRUE(WaitForWorkers()) << "fault " << i;
+    const AnglePair axes = AxisPositions();
+    EXPECT_NEAR(axes.lon, 0.5, COMPACT_TOLERANCE) << "fault " << i;
+    EXPECT_NEAR(axes.lat, 0.2, COMPACT_TOLERANCE) << "fault " << i;
   }
 }
 
 TEST(CompactMounts, DisconnectingAtAnyMomentEndsEveryActivityPromptly) {
   std::mt19937 random(20261123u);
-  std::uniform_int_distribution<size_t> commands(0, 40);
+  std::uniform_int_distribution<size_t> commands(0, 24);
   constexpr int ROUNDS = 20;
   for (int round = 0; round < ROUNDS; ++round) {
     CompactSession session(8 + round % 4);
@@ -208,7 +204,7 @@ TEST(CompactMounts, DisconnectingAtAnyMomentEndsEveryActivityPromptly) {
     }
     // Some commands into the activity (or its end, whichever comes first).
     const size_t until = seen + commands(random);
-    WaitUntil([&] { return session.line().CommandsSeen() >= until; }, std::chrono::seconds(2));
+    WaitUntil([&] { return session.line().CommandsSeen() >= until; }, std::chrono::seconds(1));
     EXPECT_LT(Timed([] { EXPECT_EQ(ScopeDisconnect(), SCOPE_OK); }), std::chrono::seconds(5))
         << "round " << round;
     EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
