@@ -48,14 +48,17 @@ struct Size {
   Bytes countOfOne;     // count of 1 radian
   Bytes countOfHalf;    // count of 0.5 radian
   Bytes countOfOffset;  // count of 2 pi - 0.5
+  Bytes countOfAcross;  // count of 2 pi - (pi - 3)
   double angleOf123;    // angle of the count 0x010203
 };
 
 const Size SIZES[] = {
     {"Small", [] { return new CompactAltAzMountSmall; }, {0x0B, 0x16, 0x1F}, {0x00, 0x0F, 0xC4},
-     84, {0x01, 0xC3, 0xB3}, {0x00, 0xE1, 0xD9}, {0x0A, 0x34, 0x44}, 0.5712002366284347},
+     84, {0x01, 0xC3, 0xB3}, {0x00, 0xE1, 0xD9}, {0x0A, 0x34, 0x44}, {0x0A, 0xD6, 0x28},
+     0.5712002366284347},
     {"Large", [] { return new CompactAltAzMountLarge; }, {0x10, 0x2A, 0x06}, {0x00, 0x16, 0xFD},
-     122, {0x02, 0x92, 0x96}, {0x01, 0x49, 0x4B}, {0x0E, 0xE0, 0xBA}, 0.3917656496671672},
+     122, {0x02, 0x92, 0x96}, {0x01, 0x49, 0x4B}, {0x0E, 0xE0, 0xBA}, {0x0F, 0xCC, 0xC5},
+     0.3917656496671672},
 };
 
 Bytes Cat(std::initializer_list<Bytes> parts) {
@@ -121,6 +124,9 @@ TEST_P(CompactWireTest, CommandsPutTheirExactBytesOnTheLine) {
        {1}},
       {"goto under a declared azimuth", [](CompactMount& m) { return m.SlewAxisTo(0, 0.5); },
        Cat({{2}, size.countOfOffset})},
+      {"declare azimuth -3", [](CompactMount& m) { return m.SetAxisPosition(0, -3.0); }, {1}},
+      {"goto -pi past the offset's turn", [](CompactMount& m) { return m.SlewAxisTo(0, -PI); },
+       Cat({{2}, size.countOfAcross})},
       {"open", [](CompactMount& m) { return m.OpenMount(); },
        Cat({{1, 21, 12}, size.revolution, {32}, size.revolution, {10, 0, 0, 0, 30, 0, 0, 0, 14},
             size.startUpStep})},

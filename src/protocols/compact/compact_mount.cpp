@@ -24,6 +24,13 @@ constexpr double START_UP_STEP_ANGLE = 0.03490658503988659;  // 2 degrees
 
 int32_t NoResponseOf(uint32_t axis) { return axis == 0 ? NoResponseAxis1 : NoResponseAxis2; }
 
+// The board counts one revolution upward from 0. An azimuth offset can be
+// up to 3 pi, so one added turn may not be enough to bring a target there.
+double OnBoardRevolution(double angle) {
+  const double turned = std::fmod(angle, TWO_PI);
+  return turned < 0.0 ? turned + TWO_PI : turned;
+}
+
 }  // namespace
 
 CompactMount::CompactMount() {
@@ -110,7 +117,7 @@ int32_t CompactMount::ReadAxisPosition(uint32_t axis) {
 int32_t CompactMount::SetAxisPosition(uint32_t axis, double angle) {
   if (!IsValidAxis(axis)) return InvalidParameter;
   if (angle < 0.0) angle += TWO_PI;
-  if (axis == 1) return SendNumber(1, compact::LOAD_ALTITUDE, CountOf(1, angle));
+  if (axis == 1) return SendNumber(1, compact::LOAD_ALTITUDE, CountOf(1, OnBoardRevolution(angle)));
   // The board's azimuth count stays; the declared azimuth is an offset.
   uint32_t count = 0;
   const int32_t result = ReadCount(0, &count);
@@ -125,7 +132,7 @@ int32_t CompactMount::SlewAxisTo(uint32_t axis, double angle) {
   axisStatus[axis] = AXIS_SLEWING | AXIS_HIGH_SPEED;
   axisRate[axis] = compact::GOTO_SPEED;
   if (axis == 0) angle -= azimuthOffset;
-  if (angle < 0.0) angle += TWO_PI;
+  angle = OnBoardRevolution(angle);
   if (axis == 1) {
     ReadAxisPosition(1);
     lastAltitudePosition = axisPosition[1].load();
