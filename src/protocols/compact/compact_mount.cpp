@@ -46,7 +46,8 @@ CompactMount::~CompactMount() = default;
 void CompactMount::SetGearing(uint32_t counts) {
   countsPerRevolution = counts;
   for (uint32_t axis = 0; axis < AXIS_COUNT; ++axis) {
-    // The board's firmware halves the count in integers before dividing.
+    // Halved in integers before dividing, as these mounts were calibrated:
+    // for an odd count, angles go to counts a hair short of the way back.
     countsPerRadian[axis] = static_cast<double>(counts / 2) / PI;
     radiansPerCount[axis] = TWO_PI / static_cast<double>(counts);
     rateFactor[axis] = 5.0 * static_cast<double>(counts) / PI;
