@@ -5,6 +5,7 @@
 
 #include "geometry/altaz_simulator.h"
 #include "geometry/equatorial_simulator.h"
+#include "protocols/compact/compact_altaz_mounts.h"
 #include "interface/messages.h"
 #include "protocols/auxbus/aux_mounts.h"
 
@@ -29,10 +30,10 @@ MountFactory modelFactories[MODEL_COUNT] = {
     nullptr,                     // 5
     &Make<EquatorialSimulator>,  // 6
     &Make<AltAzSimulator>,       // 7
-    nullptr,                     // 8
-    nullptr,                     // 9
-    nullptr,                     // 10
-    nullptr,                     // 11
+    &Make<CompactAltAzMountSmall>,  // 8
+    &Make<CompactAltAzMountLarge>,  // 9
+    &Make<CompactAltAzMountSmall>,  // 10
+    &Make<CompactAltAzMountLarge>,  // 11
 };
 
 // The library's reference to the connected mount. Worker threads hold

@@ -96,7 +96,11 @@ class PosixSerialDevice final : public SerialDevice {
     return Outcome(write(fd_, bytes, count));
   }
 
-  void Purge() override { tcflush(fd_, TCIOFLUSH); }
+  // Only what has arrived is stale. A write here returns once the bytes are
+  // queued, not sent; flushing the output too would drop the previous
+  // command before it left, and a command that gets no reply would be lost
+  // without a trace.
+  void Purge() override { tcflush(fd_, TCIFLUSH); }
 
   void SetRts(bool high) override { SetModemLine(TIOCM_RTS, high); }
 

@@ -39,7 +39,7 @@ class SerialDevice {
   virtual long ReadAvailable(uint8_t* buffer, size_t size) = 0;
   virtual long WriteAvailable(const uint8_t* bytes, size_t count) = 0;
 
-  // Drops unread input and unsent output.
+  // Drops unread input; what was written still goes out.
   virtual void Purge() = 0;
 
   // Modem lines. A device without them reads CTS low and takes RTS changes

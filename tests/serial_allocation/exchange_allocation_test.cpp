@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <new>
 
+#include "compact_controller.h"
 #include "demo_controller.h"
 #include "emulated_line.h"
+#include "protocols/compact/compact_altaz_mounts.h"
 #include "pty_host.h"
 #include "serial/serial_port.h"
 #include "support/selected_port.h"
@@ -69,6 +71,35 @@ TEST(ExchangeAllocationTest, ExchangesAllocateNothing) {
   }
   counting = false;
   EXPECT_EQ(failures, 0u);
+  EXPECT_EQ(allocations, 0u);
+}
+
+// A protocol layer's polls, reads and run commands allocate nothing either.
+TEST(ExchangeAllocationTest, CompactMountOperationsAllocateNothing) {
+  emulation::WallClock clock;
+  emulation::CompactController board;
+  emulation::EmulatedLine line(board, clock);
+  emulation::PtyHost host(line);
+  ASSERT_TRUE(host.Start());
+  const testing::SelectedPort selected(PTY_PORT, host.Path().c_str());
+  ASSERT_TRUE(selected.bound());
+  OwnedMount<CompactMount> mount(new CompactAltAzMountSmall);
+  ASSERT_EQ(mount->OpenMount(), Ok);
+
+  counting = true;
+  int32_t failures = 0;
+  for (int i = 0; i < 10; ++i) {
+    double angle = 0.0;
+    failures += mount->GetAxisPosition(0, &angle) != Ok;
+    failures += mount->GetAxisPosition(1, &angle) != Ok;
+    failures += mount->SetAxisRate(0, SIDEREAL_RATE) != Ok;
+    failures += mount->SetAxisRate(1, -SIDEREAL_RATE) != Ok;
+    failures += mount->SlewAxisTo(0, 0.001 * i) != Ok;
+    failures += mount->ReadAxisStatus(0) != Ok;
+    failures += mount->StopAxisMotor(0) != Ok;
+  }
+  counting = false;
+  EXPECT_EQ(failures, 0);
   EXPECT_EQ(allocations, 0u);
 }
 

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "serial/probe_port.h"
+#include "support/process.h"
 #include "support/selected_port.h"
 
 extern char** environ;
@@ -98,6 +99,22 @@ TEST(EmulateCommand, EndsOnInterrupt) {
   ServedEmulator emulator("demo");
   ASSERT_FALSE(emulator.FirstLine().empty());
   emulator.Interrupt();
+  EXPECT_EQ(emulator.Wait(), 0);
+}
+
+// Two programs side by side, as the README shows them: a compact mount's
+// board served on a pseudo-terminal, and a GOTO to a star through it (low
+// in the sky at this site, so the slew is short).
+TEST(EmulateCommand, ACompactMountGoesToAStarOnTheServedBoard) {
+  ServedEmulator emulator("compact");
+  const std::string path = emulator.FirstLine();
+  ASSERT_EQ(path.rfind("/dev/pts/", 0), 0u) << path;
+  const ProcessResult r =
+      RunProcess(SCOPEMOUNT_CLI_PATH, {"goto", "--model", "8", "--port", path, "--star", "Polaris",
+                                       "--lat", "5", "--lon", "0"});
+  EXPECT_EQ(r.exitStatus, 0) << r.out << r.err;
+  EXPECT_NE(r.out.find("Arrived: tracking"), std::string::npos) << r.out;
+  emulator.CloseInput();
   EXPECT_EQ(emulator.Wait(), 0);
 }
 

@@ -3,25 +3,25 @@
 #include <cstring>
 
 #include "aux_bus_controllers.h"
+#include "compact_controller.h"
 #include "demo_controller.h"
 
 namespace scopemount::emulation {
 
 namespace {
 
-std::unique_ptr<ControllerModel> MakeAuxBusControllers() {
-  return std::make_unique<AuxBusControllers>();
-}
-
-std::unique_ptr<ControllerModel> MakeDemoController() {
-  return std::make_unique<DemoController>();
+template <typename Controller>
+std::unique_ptr<ControllerModel> Make() {
+  return std::make_unique<Controller>();
 }
 
 const EmulatedProtocol PROTOCOLS[] = {
     {"demo", "demonstration controller of the bench (text commands, no mount uses it)",
-     MakeDemoController, LineWiring{}},
+     Make<DemoController>, LineWiring{}},
     {"auxbus", "two motor controllers on one echoing AUX bus (models 0 and 1), 19200 baud",
-     MakeAuxBusControllers, LineWiring{.echo = true, .rtsLoopsToCts = true}},
+     Make<AuxBusControllers>, LineWiring{.echo = true, .rtsLoopsToCts = true}},
+    {"compact", "compact Alt/Az mount board (models 8 to 11; either size, told at start-up)",
+     Make<CompactController>, LineWiring{}},
 };
 
 }  // namespace

@@ -1,0 +1,225 @@
+// The compact mounts on the wire: every command's exact bytes and every
+// reply form (good, short, garbage, none) as the axis operations see them,
+// for both sizes.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "celestial/angles.h"
+#include "mount/mount.h"
+#include "protocols/compact/compact_altaz_mounts.h"
+#include "support/emulated_port.h"
+#include "support/fast_clock.h"
+
+namespace scopemount::testing {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// A board that answers the reading commands (1, 21, 13) with the replies
+// a test queued, else all zeros, and takes every other command silently.
+class ScriptedBoard final : public emulation::ControllerModel {
+ public:
+  void Receive(const uint8_t* bytes, size_t count, uint64_t, emulation::ReplySink& sink) override {
+    const bool reads = count > 0 && (bytes[0] == 1 || bytes[0] == 21 || bytes[0] == 13);
+    if (!reads) return sink.Reply(nullptr, 0);
+    Bytes reply = bytes[0] == 13 ? Bytes{0x00} : Bytes{0, 0, 0};
+    if (!replies.empty()) {
+      reply = replies.front();
+      replies.pop_front();
+    }
+    sink.Reply(reply.data(), reply.size());
+  }
+  std::deque<Bytes> replies;
+};
+
+// One mount size and the numbers it puts on the wire.
+struct Size {
+  const char* name;
+  std::function<CompactMount*()> make;
+  Bytes revolution;     // counts per revolution
+  Bytes startUpStep;    // count of 2 degrees
+  uint8_t sidereal;     // run number of the sidereal rate
+  Bytes countOfOne;     // count of 1 radian
+  Bytes countOfHalf;    // count of 0.5 radian
+  Bytes countOfOffset;  // count of 2 pi - 0.5
+  Bytes countOfAcross;  // count of 2 pi - (pi - 3)
+  double angleOf123;    // angle of the count 0x010203
+};
+
+const Size SIZES[] = {
+    {"Small", [] { return new CompactAltAzMountSmall; }, {0x0B, 0x16, 0x1F}, {0x00, 0x0F, 0xC4},
+     84, {0x01, 0xC3, 0xB3}, {0x00, 0xE1, 0xD9}, {0x0A, 0x34, 0x44}, {0x0A, 0xD6, 0x28},
+     0.5712002366284347},
+    {"Large", [] { return new CompactAltAzMountLarge; }, {0x10, 0x2A, 0x06}, {0x00, 0x16, 0xFD},
+     122, {0x02, 0x92, 0x96}, {0x01, 0x49, 0x4B}, {0x0E, 0xE0, 0xBA}, {0x0F, 0xCC, 0xC5},
+     0.3917656496671672},
+};
+
+Bytes Cat(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+class CompactWireTest : public ::testing::TestWithParam<Size> {
+ protected:
+  CompactWireTest() {
+    mount_.reset(GetParam().make());
+    line().TakeHostBytes();
+  }
+  emulation::EmulatedLine& line() { return port_.line(); }
+  ScriptedBoard& board() { return *board_; }
+  CompactMount& mount() { return *mount_; }
+  // Runs `action` and returns what went on the wire.
+  Bytes Wire(const std::function<void()>& action) {
+    line().TakeHostBytes();
+    action();
+    return line().TakeHostBytes();
+  }
+
+  ScopedFastClock clock_{50.0};
+  ScriptedBoard* board_ = new ScriptedBoard;
+  EmulatedPort port_{std::unique_ptr<emulation::ControllerModel>(board_)};
+  OwnedMount<CompactMount> mount_;
+};
+
+TEST_P(CompactWireTest, CommandsPutTheirExactBytesOnTheLine) {
+  const Size& size = GetParam();
+  struct Case {
+    std::string what;
+    std::function<int32_t(CompactMount&)> action;
+    Bytes wire;
+  };
+  const Case cases[] = {
+      {"read azimuth", [](CompactMount& m) { return m.ReadAxisPosition(0); }, {1}},
+      {"read altitude", [](CompactMount& m) { return m.ReadAxisPosition(1); }, {21}},
+      {"goto azimuth", [](CompactMount& m) { return m.SlewAxisTo(0, 1.0); },
+       Cat({{2}, size.countOfOne})},
+      {"goto altitude reads first", [](CompactMount& m) { return m.SlewAxisTo(1, 0.5); },
+       Cat({{21, 22}, size.countOfHalf})},
+      {"stop a goto", [](CompactMount& m) { return m.StopAxisMotor(1); }, {25}},
+      {"run negative sidereal", [](CompactMount& m) { return m.SetAxisRate(1, -SIDEREAL_RATE); },
+       {27, 0, 0, size.sidereal}},
+      {"zero rate keeps the negative direction",
+       [](CompactMount& m) { return m.SetAxisRate(1, 0.0); }, {27, 0, 0, 0}},
+      {"stop a running axis", [](CompactMount& m) { return m.StopAxisMotor(1); }, {27, 0, 0, 0}},
+      {"run positive sidereal", [](CompactMount& m) { return m.SetAxisRate(0, SIDEREAL_RATE); },
+       {6, 0, 0, size.sidereal}},
+      {"stop after a positive run", [](CompactMount& m) { return m.StopAxisMotor(0); },
+       {6, 0, 0, 0}},
+      {"goto resets the direction", [](CompactMount& m) { return m.SlewAxisTo(0, 0.5); },
+       Cat({{2}, size.countOfHalf})},
+      {"stop azimuth goto", [](CompactMount& m) { return m.StopAxisMotor(0); }, {5}},
+      {"load altitude", [](CompactMount& m) { return m.SetAxisPosition(1, 1.0); },
+       Cat({{24}, size.countOfOne})},
+      {"load negative altitude", [](CompactMount& m) { return m.SetAxisPosition(1, -0.5); },
+       Cat({{24}, size.countOfOffset})},
+      {"declare azimuth reads only", [](CompactMount& m) { return m.SetAxisPosition(0, 1.0); },
+       {1}},
+      {"goto under a declared azimuth", [](CompactMount& m) { return m.SlewAxisTo(0, 0.5); },
+       Cat({{2}, size.countOfOffset})},
+      {"declare azimuth -3", [](CompactMount& m) { return m.SetAxisPosition(0, -3.0); }, {1}},
+      {"goto -pi past the offset's turn", [](CompactMount& m) { return m.SlewAxisTo(0, -PI); },
+       Cat({{2}, size.countOfAcross})},
+      {"open", [](CompactMount& m) { return m.OpenMount(); },
+       Cat({{1, 21, 12}, size.revolution, {32}, size.revolution, {10, 0, 0, 0, 30, 0, 0, 0, 14},
+            size.startUpStep})},
+  };
+  for (const Case& c : cases) {
+    int32_t result = -1;
+    EXPECT_EQ(Wire([&] { result = c.action(mount()); }), c.wire) << c.what;
+    EXPECT_EQ(result, Ok) << c.what;
+  }
+  EXPECT_EQ(port_.baudRate.load(), 4800u);
+  EXPECT_TRUE(line().IsHostRtsHigh()) << "RTS stays high from the first command on";
+}
+
+TEST_P(CompactWireTest, EveryReplyFormMapsToAResult) {
+  struct Case {
+    std::string what;
+    emulation::LineFaults faults;
+    Bytes reply;
+    uint32_t axis;
+    int32_t result;
+    double angle;  // NAN: unchanged
+  };
+  const double angle = GetParam().angleOf123;
+  const double radiansPerCount = mount().radiansPerCount[0];
+  const Case cases[] = {
+      {"good azimuth", {}, {1, 2, 3}, 0, Ok, angle},
+      {"zero azimuth", {}, {0, 0, 0}, 0, Ok, 0.0},
+      {"good altitude", {}, {1, 2, 3}, 1, Ok, angle},
+      {"zero altitude", {}, {0, 0, 0}, 1, Ok, 0.0},
+      {"short reply, missing bytes zero", {.truncateTo = 1}, {0x12, 0x34, 0x56}, 0, Ok,
+       NormalizeAngle(0x120000 * radiansPerCount)},
+      {"garbage taken as a reply", {.garbage = {0xA5, 0x5A, 0xFF}}, {1, 2, 3}, 1, Ok,
+       NormalizeAngle(0xA55AFF * radiansPerCount)},
+      {"no reply on azimuth", {.silent = true}, {1, 2, 3}, 0, NoResponseAxis1, NAN},
+      {"no reply on altitude", {.silent = true}, {1, 2, 3}, 1, NoResponseAxis2, NAN},
+  };
+  for (const Case& c : cases) {
+    mount().axisPosition[c.axis] = -1.0;
+    line().SetFaults(c.faults);
+    board().replies = {c.reply};
+    EXPECT_EQ(mount().ReadAxisPosition(c.axis), c.result) << c.what;
+    const double expected = std::isnan(c.angle) ? -1.0 : c.angle;
+    EXPECT_NEAR(mount().axisPosition[c.axis], expected, 1e-12) << c.what;
+    line().SetFaults({});
+  }
+  // A silent board fails every operation by axis, and opening.
+  line().SetFaults({.silent = true});
+  EXPECT_EQ(mount().OpenMount(), NoResponseAxis1);
+  EXPECT_EQ(mount().SetAxisPosition(0, 1.0), NoResponseAxis1);
+  mount().SlewAxisTo(0, 1.0);
+  EXPECT_EQ(mount().ReadAxisStatus(0), NoResponseAxis1);
+  // Commands without a reply are never acknowledged, so they still succeed.
+  EXPECT_EQ(mount().SetAxisRate(1, 0.1), Ok);
+  port_.stallWrites = true;
+  EXPECT_EQ(mount().SetAxisRate(1, 0.1), NoResponseAxis2) << "a write that never leaves";
+  port_.stallWrites = false;
+  line().SetFaults({});
+  board().replies = {{0, 0, 0}};
+  EXPECT_EQ(mount().ReadAxisPosition(0), Ok);
+  EXPECT_EQ(mount().ReadAxisPosition(2), InvalidParameter);
+  EXPECT_EQ(mount().SlewAxisTo(2, 0.0), InvalidParameter);
+  EXPECT_EQ(Wire([&] { mount().SetAxisRate(5, 1.0); }), Bytes{}) << "a bad axis sends nothing";
+}
+
+TEST_P(CompactWireTest, GotoEndsByTheBoardOnAzimuthAndByStandstillOnAltitude) {
+  ASSERT_EQ(mount().SlewAxisTo(0, 1.0), Ok);
+  EXPECT_EQ(mount().axisStatus[0].load(), 20u);
+  EXPECT_DOUBLE_EQ(mount().axisRate[0], 0.13962634015954636);
+  board().replies = {{0x00}};
+  EXPECT_EQ(Wire([&] { mount().ReadAxisStatus(0); }), Bytes{13});
+  EXPECT_EQ(mount().axisStatus[0].load(), 20u) << "still running";
+  board().replies = {{0xFF}};
+  EXPECT_EQ(Wire([&] { mount().ReadAxisStatus(0); }), Bytes{13});
+  EXPECT_EQ(mount().axisStatus[0].load(), 16u) << "only the GOTO flag is cleared";
+  EXPECT_EQ(Wire([&] { mount().ReadAxisStatus(0); }), Bytes{}) << "no GOTO, no question";
+
+  board().replies = {{0, 1, 0}};
+  ASSERT_EQ(mount().SlewAxisTo(1, 0.5), Ok);
+  EXPECT_EQ(Wire([&] { mount().ReadAxisStatus(1); }), Bytes{}) << "too soon after the GOTO";
+  const std::vector<Bytes> readings = {{0, 2, 0}, {0, 2, 0}};
+  const uint32_t expected[] = {20u, 16u};
+  for (size_t i = 0; i < readings.size(); ++i) {
+    const uint32_t since = mount().lastAltitudeCheckTick;
+    ASSERT_TRUE(WaitUntil([&] { return platform::TickCount() - since > 1000; }));
+    board().replies = {readings[i]};
+    EXPECT_EQ(Wire([&] { mount().ReadAxisStatus(1); }), Bytes{21}) << "check " << i;
+    EXPECT_EQ(mount().axisStatus[1].load(), expected[i]) << "check " << i;
+  }
+  EXPECT_EQ(Wire([&] { mount().ReadAxisStatus(1); }), Bytes{});
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, CompactWireTest, ::testing::ValuesIn(SIZES),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace scopemount::testing
