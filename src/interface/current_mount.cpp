@@ -6,6 +6,8 @@
 #include "geometry/altaz_simulator.h"
 #include "geometry/equatorial_simulator.h"
 #include "interface/messages.h"
+#include "protocols/motorcontroller/motor_controller_altaz_mount.h"
+#include "protocols/motorcontroller/motor_controller_equatorial_mount.h"
 
 namespace scopemount {
 
@@ -22,10 +24,10 @@ std::unique_ptr<Mount> Make() {
 MountFactory modelFactories[MODEL_COUNT] = {
     nullptr,                     // 0
     nullptr,                     // 1
-    nullptr,                     // 2
-    nullptr,                     // 3
-    nullptr,                     // 4
-    nullptr,                     // 5
+    &Make<MotorControllerAltAzMount>,       // 2
+    &Make<MotorControllerEquatorialMount>,  // 3
+    &Make<MotorControllerEquatorialMount>,  // 4
+    &Make<MotorControllerAltAzMount>,       // 5
     &Make<EquatorialSimulator>,  // 6
     &Make<AltAzSimulator>,       // 7
     nullptr,                     // 8
