@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "demo_controller.h"
+#include "motor_controller_emulator.h"
 
 namespace scopemount::emulation {
 
@@ -12,9 +13,15 @@ std::unique_ptr<ControllerModel> MakeDemoController() {
   return std::make_unique<DemoController>();
 }
 
+std::unique_ptr<ControllerModel> MakeMotorController() {
+  return std::make_unique<MotorControllerEmulator>();
+}
+
 const EmulatedProtocol PROTOCOLS[] = {
     {"demo", "demonstration controller of the bench (text commands, no mount uses it)",
      MakeDemoController, LineWiring{}},
+    {"motorcontroller", "stepper-motor controller of models 2 to 5 (colon commands, 9600 baud)",
+     MakeMotorController, LineWiring{}},
 };
 
 }  // namespace
