@@ -19,7 +19,7 @@ struct MotorControllerSettings {
   // As the library reads it: the six digits of the reply in the order sent.
   uint32_t boardVersion = 0x021004;
   uint32_t countsPerRevolution[2] = {3600000, 3600000};
-  uint32_t timerFrequency = 64000;
+  uint32_t timerFrequency = 1500000;
   uint32_t highSpeedRatio[2] = {16, 16};
   uint32_t wormSteps[2] = {25000, 25000};
   // GOTO speeds in multiples of the sidereal rate.
