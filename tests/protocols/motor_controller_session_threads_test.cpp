@@ -111,6 +111,28 @@ TEST_P(MotorControllerModels, OneAndTwoStarAlignment) {
 INSTANTIATE_TEST_SUITE_P(MotorControllerMounts, MotorControllerModels,
                          ::testing::ValuesIn(MOTOR_CONTROLLER_MODELS), MotorControllerModelName);
 
+TEST(MotorControllerMounts, SouthernEquatorialGotoTracksBackwards) {
+  ControllerBench bench(SPEED_UP);
+  ASSERT_EQ(bench.Connect(3, -LATITUDE), SCOPE_OK);
+  const AnglePair target{1.5 * HOUR, -5 * DEG};
+  const uint32_t requested = Tick();
+  ASSERT_EQ(ScopeGotoEquatorial(target.lon, target.lat), SCOPE_OK);
+  ASSERT_TRUE(WaitOnController([] { return MountState() == SCOPE_STATE_TRACKING; }));
+  EXPECT_LE(TrackedError(ReadSky(), target, requested), MotorControllerTolerance(3));
+  EXPECT_TRUE(WaitOnController([&] { return NearRate(bench.RunRate(0), -SIDEREAL_RATE); }))
+      << bench.RunRate(0);
+  const std::string mode = bench.controller().LastMotionMode(0);
+  EXPECT_TRUE(mode[1] == '2' || mode[1] == '3') << mode;
+}
+
+TEST(MotorControllerMounts, ModelFiveIsStoredAsTwo) {
+  ControllerBench bench(SPEED_UP);
+  ASSERT_EQ(bench.Connect(5), SCOPE_OK);
+  EXPECT_EQ(CurrentMount()->modelId, 2);
+  EXPECT_EQ(bench.Connect(5), SCOPE_ALREADY_CONNECTED);
+  EXPECT_EQ(bench.Connect(2), SCOPE_OK) << "the class's own number re-applies the site";
+}
+
 TEST(MotorControllerMounts, DisconnectAtAnyMoment) {
   std::mt19937 random(14);
   std::uniform_int_distribution<int> microseconds(0, 40000);
