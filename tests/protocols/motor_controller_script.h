@@ -16,7 +16,7 @@
 #include "support/emulated_port.h"
 #include "support/fast_clock.h"
 
-namespace scopemount::testing {
+namespace scopemount::testing::motor_controller_tests {
 
 // A reply that never comes.
 inline const std::string SILENCE = "<silent>";
@@ -84,4 +84,4 @@ inline void LoadExampleConstants(MotorControllerMount& mount) {
   }
 }
 
-}  // namespace scopemount::testing
+}  // namespace scopemount::testing::motor_controller_tests

@@ -14,7 +14,7 @@
 #include "motor_controller_emulator.h"
 #include "support/emulated_port.h"
 
-namespace scopemount::testing {
+namespace scopemount::testing::motor_controller_tests {
 
 inline constexpr int32_t MOTOR_CONTROLLER_MODELS[] = {2, 3, 4, 5};
 
@@ -79,4 +79,4 @@ class ControllerBench {
   std::unique_ptr<EmulatedPort> port_;
 };
 
-}  // namespace scopemount::testing
+}  // namespace scopemount::testing::motor_controller_tests

@@ -13,7 +13,7 @@
 #include "pty_host.h"
 #include "support/selected_port.h"
 
-namespace scopemount::testing {
+namespace scopemount::testing::motor_controller_tests {
 namespace {
 
 // A 90 degree slew takes half a real second; the 2000 ms line wait stays
@@ -234,4 +234,4 @@ TEST(MotorControllerMounts, GotoOverAPseudoTerminal) {
 }
 
 }  // namespace
-}  // namespace scopemount::testing
+}  // namespace scopemount::testing::motor_controller_tests

@@ -13,7 +13,7 @@
 #include "protocols/motorcontroller/motor_controller_altaz_mount.h"
 #include "protocols/motorcontroller/motor_controller_equatorial_mount.h"
 
-namespace scopemount::testing {
+namespace scopemount::testing::motor_controller_tests {
 namespace {
 
 constexpr double RADIANS_PER_COUNT = TWO_PI / EXAMPLE_COUNTS;
@@ -326,4 +326,4 @@ TEST(MotorControllerAltAz, AzimuthTargetsTakeTheShortWayRound) {
 }
 
 }  // namespace
-}  // namespace scopemount::testing
+}  // namespace scopemount::testing::motor_controller_tests
