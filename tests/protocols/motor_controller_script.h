@@ -68,7 +68,7 @@ struct ScriptedLine {
   }
 };
 
-// The controller of the worked example: 1,000,000 counts per revolution on
+// A reference controller with round constants: 1,000,000 counts per revolution on
 // both axes, a 50,000 Hz timer, high-speed ratio 16.
 inline constexpr double EXAMPLE_COUNTS = 1000000.0;
 inline constexpr uint32_t EXAMPLE_TIMER = 50000;

@@ -1,6 +1,6 @@
 // The exact bytes the motor-controller layer writes for each operation and
 // how it reads each reply form, against a scripted controller. Expected
-// frames come from the protocol's worked examples (1,000,000 counts per
+// frames are worked out by hand for a reference controller (1,000,000 counts per
 // revolution, a 50,000 Hz timer), not from the emulator.
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 // clock, status digits that follow the motion, and the gear and timer
 // constants of a plausible controller (settable). It speaks from the
 // library's own byte-layout table; the library's tests check that table
-// against worked examples, never only against this model.
+// against frames worked out by hand, never only against this model.
 #pragma once
 
 #include <cstdint>
