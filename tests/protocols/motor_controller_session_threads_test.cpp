@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "platform/port_names.h"
+#include "protocols/motorcontroller/motor_controller_mount.h"
 #include "protocols/motor_controller_session.h"
 #include "pty_host.h"
 #include "support/selected_port.h"
@@ -123,6 +124,16 @@ TEST(MotorControllerMounts, SouthernEquatorialGotoTracksBackwards) {
       << bench.RunRate(0);
   const std::string mode = bench.controller().LastMotionMode(0);
   EXPECT_TRUE(mode[1] == '2' || mode[1] == '3') << mode;
+}
+
+TEST(MotorControllerMounts, AnEchoingLineWorksEndToEnd) {
+  ControllerBench bench(SPEED_UP);
+  bench.line().SetWiring(emulation::LineWiring{.echo = true});
+  ASSERT_EQ(bench.Connect(2), SCOPE_OK);
+  EXPECT_EQ(dynamic_cast<MotorControllerMount&>(*CurrentMount()).echoesCommands, 1u);
+  ASSERT_EQ(ScopeGotoAxes(0.3, 0.4), SCOPE_OK);
+  ASSERT_TRUE(WaitOnController([] { return CurrentMount()->References() == 1; }));
+  EXPECT_LE(Separation(AxisPositions(), {0.3, 0.4}), MotorControllerTolerance(2));
 }
 
 TEST(MotorControllerMounts, ModelFiveIsStoredAsTwo) {
