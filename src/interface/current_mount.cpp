@@ -5,9 +5,11 @@
 
 #include "geometry/altaz_simulator.h"
 #include "geometry/equatorial_simulator.h"
-#include "protocols/compact/compact_altaz_mounts.h"
 #include "interface/messages.h"
 #include "protocols/auxbus/aux_mounts.h"
+#include "protocols/compact/compact_altaz_mounts.h"
+#include "protocols/motorcontroller/motor_controller_altaz_mount.h"
+#include "protocols/motorcontroller/motor_controller_equatorial_mount.h"
 
 namespace scopemount {
 
@@ -18,22 +20,22 @@ std::unique_ptr<Mount> Make() {
   return std::make_unique<MountClass>();
 }
 
-// Model numbers map onto eight driver classes; classes not in this build
-// have no factory yet, and connecting them reports NotImplemented. Models 6
-// and 7 are the simulators, which need no hardware.
+// Model numbers map onto eight driver classes. Models 6 and 7 are the
+// simulators, which need no hardware. A model without a factory (a test may
+// remove one) reports NotImplemented.
 MountFactory modelFactories[MODEL_COUNT] = {
-    &Make<AuxAltAzMount>,        // 0
-    &Make<AuxEquatorialMount>,   // 1
-    nullptr,                     // 2
-    nullptr,                     // 3
-    nullptr,                     // 4
-    nullptr,                     // 5
-    &Make<EquatorialSimulator>,  // 6
-    &Make<AltAzSimulator>,       // 7
-    &Make<CompactAltAzMountSmall>,  // 8
-    &Make<CompactAltAzMountLarge>,  // 9
-    &Make<CompactAltAzMountSmall>,  // 10
-    &Make<CompactAltAzMountLarge>,  // 11
+    &Make<AuxAltAzMount>,                   // 0
+    &Make<AuxEquatorialMount>,              // 1
+    &Make<MotorControllerAltAzMount>,       // 2
+    &Make<MotorControllerEquatorialMount>,  // 3
+    &Make<MotorControllerEquatorialMount>,  // 4
+    &Make<MotorControllerAltAzMount>,       // 5
+    &Make<EquatorialSimulator>,             // 6
+    &Make<AltAzSimulator>,                  // 7
+    &Make<CompactAltAzMountSmall>,          // 8
+    &Make<CompactAltAzMountLarge>,          // 9
+    &Make<CompactAltAzMountSmall>,          // 10
+    &Make<CompactAltAzMountLarge>,          // 11
 };
 
 // The library's reference to the connected mount. Worker threads hold

@@ -5,6 +5,7 @@
 #include "aux_bus_controllers.h"
 #include "compact_controller.h"
 #include "demo_controller.h"
+#include "motor_controller_emulator.h"
 
 namespace scopemount::emulation {
 
@@ -22,6 +23,8 @@ const EmulatedProtocol PROTOCOLS[] = {
      Make<AuxBusControllers>, LineWiring{.echo = true, .rtsLoopsToCts = true}},
     {"compact", "compact Alt/Az mount board (models 8 to 11; either size, told at start-up)",
      Make<CompactController>, LineWiring{}},
+    {"motorcontroller", "stepper-motor controller of models 2 to 5 (colon commands, 9600 baud)",
+     Make<MotorControllerEmulator>, LineWiring{}},
 };
 
 }  // namespace
