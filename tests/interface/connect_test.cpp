@@ -25,6 +25,28 @@ TEST(Connect, ModelNumbersAndModelsNotYetAvailable) {
   ReplaceModelFactory(0, saved);
 }
 
+TEST(Connect, EveryModelHasADriver) {
+  // A port that cannot be opened: hardware models find no controller on it
+  // (never NotImplemented) and leave nothing connected.
+  ASSERT_EQ(ScopeSetPortPath(7, "/nonexistent/scopemount-no-such-port"), SCOPE_OK);
+  ScopeSetComPort(7);
+  for (int32_t model = 0; model < SCOPE_MODEL_COUNT; ++model) {
+    const int32_t result = ScopeConnect(model, 0.6, 100);
+    const bool simulator =
+        model == SCOPE_MODEL_EQUATORIAL_SIMULATOR || model == SCOPE_MODEL_ALTAZ_SIMULATOR;
+    if (simulator) {
+      EXPECT_EQ(result, SCOPE_OK) << "model " << model;
+    } else {
+      EXPECT_TRUE(result == SCOPE_NO_RESPONSE_AXIS1 || result == SCOPE_NO_RESPONSE_AXIS2)
+          << "model " << model << " gave " << result;
+    }
+    ScopeDisconnect();
+    EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED) << "model " << model;
+  }
+  ScopeSetPortPath(7, nullptr);
+  ScopeSetComPort(0);
+}
+
 TEST(Connect, SameClassReappliesTheSiteAndAnotherIsRefused) {
   // Model 4 is made by the class of model 3, whose own number is 3.
   ScopedFakeModel model4(4, /*equatorial=*/true, /*storedModelId=*/3);
