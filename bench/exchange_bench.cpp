@@ -13,8 +13,8 @@
 #include <string>
 #include <thread>
 
-#include "interface/port_selection.h"
 #include "platform/port_names.h"
+#include "serial/port_selection.h"
 #include "serial/serial_port.h"
 
 namespace {

@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "interface/port_selection.h"
 #include "platform/bluetooth_port_driver.h"
 #include "platform/port_names.h"
 #include "scopemount.h"
+#include "serial/port_selection.h"
 
 namespace scopemount::testing {
 namespace {

@@ -3,8 +3,8 @@
 #include <cmath>
 
 #include "interface/current_mount.h"
-#include "interface/port_selection.h"
 #include "scopemount.h"
+#include "serial/port_selection.h"
 #include "support/fake_mount.h"
 
 namespace scopemount {

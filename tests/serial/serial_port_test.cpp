@@ -7,7 +7,7 @@
 
 #include "demo_controller.h"
 #include "support/emulated_port.h"
-#include "interface/port_selection.h"
+#include "serial/port_selection.h"
 #include "platform/port_names.h"
 #include "serial/probe_port.h"
 #include "support/fast_clock.h"
