@@ -8,11 +8,10 @@
 
 #include "format.h"
 #include "sky.h"
+#include "support/angles.h"
 
 namespace scopemount::cli {
 namespace {
-
-constexpr double ARCSEC = PI / 180.0 / 3600.0;
 
 TEST(Sky, ApparentPlaceOfThetaPerseiMatchesThePublishedValue) {
   // theta Persei, FK5 J2000: 2h44m11.986s +49d13'42.48", proper motion
