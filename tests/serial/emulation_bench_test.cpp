@@ -6,10 +6,10 @@
 #include <string>
 
 #include "demo_controller.h"
-#include "support/emulated_port.h"
 #include "emulated_protocols.h"
 #include "platform/clock.h"
 #include "serial/probe_port.h"
+#include "support/emulated_port.h"
 #include "support/fast_clock.h"
 
 namespace scopemount::testing {

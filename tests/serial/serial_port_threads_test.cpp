@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "demo_controller.h"
-#include "support/emulated_port.h"
 #include "serial/probe_port.h"
+#include "support/emulated_port.h"
 #include "support/fast_clock.h"
 
 namespace scopemount::testing {
