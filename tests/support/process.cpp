@@ -95,49 +95,45 @@ int ChildProcess::Wait() {
   return ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-ProcessResult RunProcess(const std::string& program, const std::vector<std::string>& arguments,
-                         const std::string& input, const std::vector<std::string>& environment,
-                         const std::string& interruptWhenSeen) {
+ProcessResult ChildProcess::RunToEnd(const std::string& input,
+                                     const std::string& interruptWhenSeen) {
   ProcessResult result;
-  ChildProcess child(program, arguments, environment);
-  if (!child.spawnError().empty()) {
-    result.err = child.spawnError();
+  if (pid_ <= 0) {
+    result.err = spawnError_;
     return result;
   }
   // Feed the input and drain both outputs together so neither pipe fills.
-  int streams[2] = {child.output(), child.error()};
   std::string* texts[2] = {&result.out, &result.err};
   size_t written = 0;
   bool interruptSent = false;
-  if (input.empty()) child.CloseInput();
+  if (input.empty()) CloseInput();
   char buffer[4096];
-  while (streams[0] >= 0 || streams[1] >= 0) {
-    pollfd fds[3] = {{streams[0], POLLIN, 0}, {streams[1], POLLIN, 0},
-                     {child.input(), POLLOUT, 0}};
+  while (out_ >= 0 || err_ >= 0) {
+    pollfd fds[3] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}, {in_, POLLOUT, 0}};
     if (poll(fds, 3, -1) < 0) break;
     for (int i = 0; i < 2; ++i) {
       if (fds[i].revents == 0) continue;
-      const ssize_t n = read(streams[i], buffer, sizeof buffer);
+      int& fd = i == 0 ? out_ : err_;
+      const ssize_t n = read(fd, buffer, sizeof buffer);
       if (n <= 0) {
-        streams[i] = -1;  // closed with the child below
+        CloseFd(fd);
       } else {
         texts[i]->append(buffer, static_cast<size_t>(n));
       }
     }
     if (!interruptSent && !interruptWhenSeen.empty() &&
         result.out.find(interruptWhenSeen) != std::string::npos) {
-      child.Interrupt();
+      Interrupt();
       interruptSent = true;
     }
-    if (child.input() >= 0 && fds[2].revents != 0) {
-      const ssize_t n = write(child.input(), input.data() + written, input.size() - written);
+    if (in_ >= 0 && fds[2].revents != 0) {
+      const ssize_t n = write(in_, input.data() + written, input.size() - written);
       if (n > 0) written += static_cast<size_t>(n);
-      if (n <= 0 || written == input.size()) child.CloseInput();
+      if (n <= 0 || written == input.size()) CloseInput();
     }
   }
-  child.CloseInput();
-  child.CloseOutputs();
-  result.exitStatus = child.Wait();
+  CloseInput();
+  result.exitStatus = Wait();
   return result;
 }
 
