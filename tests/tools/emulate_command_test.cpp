@@ -28,12 +28,8 @@ TEST(EmulateCommand, ServesTheControllerOnThePrintedPathUntilInputEnds) {
     ASSERT_TRUE(selected.bound());
     ProbePort port;
     ASSERT_TRUE(port.IsOpen());
-    const char command[] = "POS 1\n";
-    uint8_t reply[8] = {};
-    port.replyLength = 4;
-    EXPECT_EQ(port.Exchange(reinterpret_cast<const uint8_t*>(command), sizeof command - 1, reply),
-              EXCHANGE_OK);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(reply), 4), "1 0\n");
+    EXPECT_EQ(port.Ask("POS 1\n", 4), EXCHANGE_OK);
+    EXPECT_EQ(port.Reply(4), "1 0\n");
   }
   emulator.CloseInput();
   EXPECT_EQ(emulator.Wait(), 0);
