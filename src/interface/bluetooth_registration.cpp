@@ -1,11 +1,11 @@
 // Registering a serial port to a remote Bluetooth device: the port driver
 // creates a port at the first index of 0..9 it accepts that can also be
 // opened, and that index becomes the port the next connection uses.
-#include "interface/port_selection.h"
 #include "platform/bluetooth_port_driver.h"
 #include "platform/port_names.h"
 #include "platform/serial_device.h"
 #include "scopemount.h"
+#include "serial/port_selection.h"
 
 namespace {
 

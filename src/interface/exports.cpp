@@ -8,10 +8,10 @@
 #include "celestial/sidereal_time.h"
 #include "interface/current_mount.h"
 #include "interface/messages.h"
-#include "interface/port_selection.h"
 #include "platform/language.h"
 #include "platform/port_names.h"
 #include "scopemount.h"
+#include "serial/port_selection.h"
 
 using scopemount::AllFinite;
 using scopemount::AnglePair;

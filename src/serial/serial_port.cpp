@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "interface/port_selection.h"
 #include "platform/clock.h"
 #include "platform/port_names.h"
+#include "serial/port_selection.h"
 
 namespace scopemount {
 

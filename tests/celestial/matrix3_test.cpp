@@ -5,17 +5,10 @@
 #include <cmath>
 
 #include "celestial/angles.h"
+#include "support/angles.h"
 
 namespace scopemount {
 namespace {
-
-void ExpectMatrixNear(const Matrix3& a, const Matrix3& b, double tolerance, const char* what) {
-  for (int i = 0; i < 3; ++i) {
-    for (int j = 0; j < 3; ++j) {
-      EXPECT_NEAR(a.at(i, j), b.at(i, j), tolerance) << what << " [" << i << "][" << j << "]";
-    }
-  }
-}
 
 Matrix3 Rows(std::initializer_list<std::initializer_list<double>> rows) {
   Matrix3 m(0.0);

@@ -9,15 +9,13 @@
 #include "geometry/altaz_simulator.h"
 #include "geometry/askew_model.h"
 #include "geometry/equatorial_simulator.h"
+#include "support/angles.h"
 
 namespace scopemount {
 namespace {
 
 using testing::Rotation;
 
-constexpr double DEG = PI / 180.0;
-constexpr double ARCSEC = DEG / 3600.0;
-constexpr double HOUR = 15.0 * DEG;
 // Separations come from an arc cosine: near 0 it resolves about 1.5e-8.
 constexpr double ROUND_TRIP = 1e-7;
 

@@ -10,11 +10,10 @@
 #include "geometry/altaz_simulator.h"
 #include "geometry/equatorial_simulator.h"
 #include "platform/clock.h"
+#include "support/angles.h"
 
 namespace scopemount {
 namespace {
-
-constexpr double DEG = PI / 180.0;
 
 // Time stands still until the test moves it.
 class SteppedClock final : public platform::Clock {

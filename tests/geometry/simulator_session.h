@@ -15,13 +15,11 @@
 #include "mount/mount_error.h"
 #include "platform/clock.h"
 #include "scopemount.h"
+#include "support/angles.h"
 #include "support/fast_clock.h"
 
 namespace scopemount::testing {
 
-inline constexpr double DEG = PI / 180.0;
-inline constexpr double ARCSEC = DEG / 3600.0;
-inline constexpr double HOUR = 15.0 * DEG;
 inline constexpr double ALTAZ_TOLERANCE = 0.0008726646259971648;      // 0.05 degree
 inline constexpr double EQUATORIAL_TOLERANCE = 0.0005817764173314432;  // 1/30 degree
 

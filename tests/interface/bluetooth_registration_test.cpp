@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "interface/port_selection.h"
 #include "platform/bluetooth_port_driver.h"
 #include "platform/port_names.h"
 #include "scopemount.h"
+#include "serial/port_selection.h"
 
 namespace scopemount::testing {
 namespace {
@@ -147,14 +147,17 @@ TEST_F(BluetoothRegistrationTest, ReleasingGivesTheIndexItsOwnDeviceBack) {
   EXPECT_EQ(ScopeReleaseBluetoothPort(nullptr), SCOPE_INVALID_PARAMETER);
 }
 
-// The kernel's binding, as this machine allows it: without Bluetooth or the
-// privilege to bind, registration finds no index; it never crashes.
-TEST(RfcommPortDriverTest, RegistrationWithoutSupportOrPrivilegesFailsCleanly) {
+// The kernel's binding: without Bluetooth or the privilege to bind, every
+// index is refused; with both, the port binds but cannot open, as no device
+// answers at this address. Either way nothing is registered or left behind.
+TEST(RfcommPortDriverTest, RegistrationToAnAbsentDeviceFailsCleanly) {
+  ScopeSetComPort(7);
   ScopeDeviceHandle handle = nullptr;
-  const int32_t index = ScopeRegisterBluetoothPort(0x33221100u, 0x5544u, 1, &handle);
-  EXPECT_TRUE(index == -1 || (index >= 0 && index < 10));
-  if (index >= 0) {
-    EXPECT_EQ(ScopeReleaseBluetoothPort(handle), SCOPE_OK);
+  EXPECT_EQ(ScopeRegisterBluetoothPort(0x33221100u, 0x5544u, 1, &handle), -1);
+  EXPECT_EQ(handle, nullptr) << "the handle is not written";
+  EXPECT_EQ(PortNumber(), 7) << "the port choice is unchanged";
+  for (int32_t port = 0; port < 10; ++port) {
+    EXPECT_EQ(PathOf(port), "/dev/ttyS" + std::to_string(port)) << "index " << port;
   }
   EXPECT_EQ(ScopeReleaseBluetoothPort(reinterpret_cast<ScopeDeviceHandle>(77)),
             SCOPE_INVALID_PARAMETER);

@@ -1,10 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 
 #include "interface/current_mount.h"
-#include "interface/port_selection.h"
 #include "scopemount.h"
+#include "serial/port_selection.h"
 #include "support/fake_mount.h"
 
 namespace scopemount {
@@ -79,9 +80,10 @@ TEST(Connect, FailedOpenLeavesNothingConnected) {
 TEST(Connect, ComPortRules) {
   const int32_t saved = PortNumber();
   SetPortNumber(DEFAULT_PORT_NUMBER);
-  ScopeSetComPort(256);
-  ScopeSetComPort(-1);
-  EXPECT_EQ(PortNumber(), 2) << "out-of-range ports are ignored";
+  for (const int32_t outOfRange : {MAX_PORT_NUMBER + 1, -1, INT_MIN, INT_MAX}) {
+    ScopeSetComPort(outOfRange);
+    EXPECT_EQ(PortNumber(), 2) << outOfRange << " is ignored";
+  }
   ScopeSetComPort(0);
   EXPECT_EQ(PortNumber(), 0);
   ScopeSetComPort(255);

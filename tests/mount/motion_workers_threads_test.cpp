@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "mount/motion_workers.h"
+#include "support/angles.h"
 #include "support/fast_clock.h"
 #include "support/test_mount.h"
 
@@ -21,7 +22,6 @@ using testing::ScopedFastClock;
 using testing::TestMount;
 using testing::WaitUntil;
 
-constexpr double DEG = PI / 180.0;
 constexpr double CLOCK_SPEED = 20.0;
 
 // The commands of one kind on one axis recorded since `from`.

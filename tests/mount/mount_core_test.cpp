@@ -6,6 +6,7 @@
 
 #include "mount/alignment_record.h"
 #include "mount/mount.h"
+#include "support/angles.h"
 #include "support/fake_mount.h"
 
 namespace scopemount {
@@ -15,7 +16,6 @@ using testing::FakeMount;
 
 constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double Inf = std::numeric_limits<double>::infinity();
-constexpr double DEG = PI / 180.0;
 
 TEST(MountCore, NewObjectHasItsDefaults) {
   FakeMount mount(3, true);

@@ -10,6 +10,7 @@
 
 #include "mount/float_faults.h"
 #include "mount/star_alignment.h"
+#include "support/angles.h"
 #include "support/test_mount.h"
 
 namespace scopemount {
@@ -17,9 +18,6 @@ namespace {
 
 using testing::Geometry;
 using testing::TestMount;
-
-constexpr double DEG = PI / 180.0;
-constexpr double ARCMIN = DEG / 60.0;
 
 // Where a mount with the model now in force sees each star.
 StarObservation Observe(Mount& mount, AnglePair sky) {

@@ -4,11 +4,10 @@
 #include <cmath>
 
 #include "mount/tracking_workers.h"
+#include "support/angles.h"
 
 namespace scopemount {
 namespace {
-
-constexpr double DEG = PI / 180.0;
 
 TEST(AltAzClosedFormRates, FollowTheSkyAtTheEquatorAndThePole) {
   AxisRates rates = AltAzClosedFormRates(0.0, 0.0, 0.0);

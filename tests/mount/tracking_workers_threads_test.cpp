@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "mount/tracking_workers.h"
+#include "support/angles.h"
 #include "support/fast_clock.h"
 #include "support/test_mount.h"
 
@@ -20,8 +21,6 @@ using testing::ScopedFastClock;
 using testing::TestMount;
 using testing::WaitUntil;
 
-constexpr double DEG = PI / 180.0;
-constexpr double ARCSEC = DEG / 3600.0;
 constexpr double LATITUDE = 0.6;
 
 std::vector<CommandRecord> Rates(const TestMount& mount, uint32_t axis, size_t from = 0) {

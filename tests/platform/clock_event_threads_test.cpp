@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "platform/clock.h"
@@ -32,46 +33,30 @@ TEST(Clock, FastClockRunsAheadAndTickWraps) {
 
 TEST(Event, TimedWaitsWakeInOrderAndOnTime) {
   // Slow enough that a busy machine's thread start-up cannot reorder waits
-  // that are 50 ms of wall time apart.
-  ScopedFastClock fast(20.0);
+  // that are 100 ms of wall time apart.
+  ScopedFastClock fast(10.0);
   Event never(/*manualReset=*/true, /*initiallySignalled=*/false);
+  const uint32_t timeouts[3] = {3000, 1000, 2000};
+  WaitResult results[3] = {};
+  uint32_t waited[3] = {};
   std::mutex mutex;
   std::vector<uint32_t> order;
-  std::vector<uint32_t> lateness(3, 0);
-  std::atomic<int> done{0};
-  struct Waiter {
-    Event* event;
-    uint32_t timeout;
-    std::mutex* mutex;
-    std::vector<uint32_t>* order;
-    std::vector<uint32_t>* lateness;
-    int index;
-    std::atomic<int>* done;
-  };
-  const uint32_t timeouts[3] = {3000, 1000, 2000};
-  Waiter waiters[3];
+  std::vector<std::thread> waiters;
   for (int i = 0; i < 3; ++i) {
-    waiters[i] = {&never, timeouts[i], &mutex, &order, &lateness, i, &done};
-    ASSERT_TRUE(StartThread(
-        [](void* p) -> uint32_t {
-          auto* w = static_cast<Waiter*>(p);
-          const uint32_t start = TickCount();
-          const WaitResult r = w->event->Wait(w->timeout);
-          const uint32_t waited = TickCount() - start;
-          std::lock_guard lock(*w->mutex);
-          (*w->lateness)[w->index] = r == WaitResult::TimedOut ? waited : 0;
-          w->order->push_back(w->timeout);
-          ++*w->done;
-          return 0;
-        },
-        &waiters[i], ThreadPriority::Normal));
+    waiters.emplace_back([&, i] {
+      const uint32_t start = TickCount();
+      results[i] = never.Wait(timeouts[i]);
+      waited[i] = TickCount() - start;
+      std::lock_guard lock(mutex);
+      order.push_back(timeouts[i]);
+    });
   }
-  ASSERT_TRUE(WaitUntil([&] { return done == 3; }));
-  std::lock_guard lock(mutex);
+  for (std::thread& waiter : waiters) waiter.join();
   EXPECT_EQ(order, (std::vector<uint32_t>{1000, 2000, 3000})) << "shortest wait wakes first";
   for (int i = 0; i < 3; ++i) {
-    EXPECT_GE(lateness[i], timeouts[i]) << "waited its full time " << i;
-    EXPECT_LT(lateness[i], timeouts[i] + 1000) << "and woke soon after " << i;
+    EXPECT_EQ(results[i], WaitResult::TimedOut) << i;
+    EXPECT_GE(waited[i], timeouts[i]) << "waited its full time " << i;
+    EXPECT_LT(waited[i], timeouts[i] + 1000) << "and woke soon after " << i;
   }
 }
 

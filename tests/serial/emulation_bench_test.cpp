@@ -6,10 +6,10 @@
 #include <string>
 
 #include "demo_controller.h"
-#include "support/emulated_port.h"
 #include "emulated_protocols.h"
 #include "platform/clock.h"
 #include "serial/probe_port.h"
+#include "support/emulated_port.h"
 #include "support/fast_clock.h"
 
 namespace scopemount::testing {
@@ -23,11 +23,8 @@ class EmulationBenchTest : public ::testing::Test {
  protected:
   // The reply to `command`, as far as it came within the port's time-outs.
   std::string Ask(const std::string& command, uint32_t replyLength) {
-    port_.replyLength = replyLength;
-    uint8_t reply[64] = {};
-    port_.Exchange(reinterpret_cast<const uint8_t*>(command.data()),
-                   static_cast<uint32_t>(command.size()), reply);
-    return std::string(reinterpret_cast<const char*>(reply), port_.lastReadCount);
+    port_.Ask(command, replyLength);
+    return port_.Reply(port_.lastReadCount);
   }
   emulation::EmulatedLine& line() { return emulated_.line(); }
 

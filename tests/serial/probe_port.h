@@ -2,6 +2,7 @@
 // records the order of its hooks, for exercising the port's own sequence.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <string>
@@ -25,6 +26,23 @@ class ProbePort : public SerialPort {
   using SerialPort::SetRts;
   using SerialPort::TakeLine;
 
+  // Sends `command` expecting `length` bytes back, into `into` or else into
+  // `reply` (which one thread at a time may use).
+  uint32_t Ask(const std::string& command, uint32_t length, uint8_t* into = nullptr) {
+    replyLength = length;
+    if (into == nullptr) {
+      reply.fill(0);
+      into = reply.data();
+    }
+    return Exchange(reinterpret_cast<const uint8_t*>(command.data()),
+                    static_cast<uint32_t>(command.size()), into);
+  }
+  // The first `count` bytes of the last reply read into `reply`.
+  std::string Reply(uint32_t count) const {
+    return std::string(reinterpret_cast<const char*>(reply.data()), count);
+  }
+
+  std::array<uint8_t, 2048> reply{};
   // Bytes the next replies are expected to have.
   std::atomic<uint32_t> replyLength{0};
   std::atomic<uint32_t> lastReadCount{0};

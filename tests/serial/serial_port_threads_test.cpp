@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "demo_controller.h"
-#include "support/emulated_port.h"
 #include "serial/probe_port.h"
+#include "support/emulated_port.h"
 #include "support/fast_clock.h"
 
 namespace scopemount::testing {
@@ -20,10 +20,6 @@ using emulation::LineFaults;
 
 class SerialPortThreadsTest : public ::testing::Test {
  protected:
-  uint32_t Ask(const char* command, uint8_t* reply) {
-    return port_.Exchange(reinterpret_cast<const uint8_t*>(command),
-                          static_cast<uint32_t>(std::char_traits<char>::length(command)), reply);
-  }
   std::string Wire() {
     const std::vector<uint8_t> bytes = emulated_.line().TakeHostBytes();
     return std::string(bytes.begin(), bytes.end());
@@ -35,14 +31,13 @@ class SerialPortThreadsTest : public ::testing::Test {
 };
 
 TEST_F(SerialPortThreadsTest, ASecondExchangeWaitsUntilTheFirstHasItsReply) {
-  port_.replyLength = 4;
   emulated_.line().SetFaults(LineFaults{.replyDelayMs = 300});
   uint8_t firstReply[8] = {};
   uint8_t secondReply[8] = {};
   std::atomic<uint32_t> first{99};
-  std::thread holder([&] { first = Ask("POS 0\n", firstReply); });
+  std::thread holder([&] { first = port_.Ask("POS 0\n", 4, firstReply); });
   ASSERT_TRUE(WaitUntil([&] { return emulated_.line().CommandsSeen() == 1; }));
-  const uint32_t second = Ask("POS 1\n", secondReply);
+  const uint32_t second = port_.Ask("POS 1\n", 4, secondReply);
   holder.join();
   EXPECT_EQ(first, EXCHANGE_OK);
   EXPECT_EQ(second, EXCHANGE_OK);
@@ -54,14 +49,15 @@ TEST_F(SerialPortThreadsTest, ASecondExchangeWaitsUntilTheFirstHasItsReply) {
 
 TEST_F(SerialPortThreadsTest, ALineTakenForMoreThanTwoSecondsGivesBusyAndSendsNothing) {
   // Reading 1000 bytes of a reply that never comes holds the line 2.5 s.
-  port_.replyLength = 1000;
   emulated_.line().SetFaults(LineFaults{.silent = true});
   uint8_t longReply[1000] = {};
   std::atomic<uint32_t> first{99};
-  std::thread holder([&] { first = Ask("POS 0\n", longReply); });
+  std::thread holder([&] { first = port_.Ask("POS 0\n", sizeof longReply, longReply); });
   ASSERT_TRUE(WaitUntil([&] { return emulated_.line().CommandsSeen() == 1; }));
-  uint8_t reply[8] = {};
-  EXPECT_EQ(Ask("POS 1\n", reply), EXCHANGE_LINE_BUSY);
+  // The same reply length, so the waiting call cannot shorten the read in
+  // progress.
+  uint8_t reply[sizeof longReply] = {};
+  EXPECT_EQ(port_.Ask("POS 1\n", sizeof reply, reply), EXCHANGE_LINE_BUSY);
   holder.join();
   EXPECT_EQ(first, PROBE_SHORT_REPLY);
   EXPECT_EQ(Wire(), "POS 0\n") << "the busy command was never written";
@@ -69,12 +65,11 @@ TEST_F(SerialPortThreadsTest, ALineTakenForMoreThanTwoSecondsGivesBusyAndSendsNo
 }
 
 TEST_F(SerialPortThreadsTest, TakingTheLineOutsideAnExchangeHoldsOffOtherThreads) {
-  port_.replyLength = 4;
   ASSERT_TRUE(port_.TakeLine());
   std::atomic<uint32_t> result{99};
   std::thread other([&] {
     uint8_t reply[8] = {};
-    result = Ask("POS 0\n", reply);
+    result = port_.Ask("POS 0\n", 4, reply);
   });
   other.join();
   EXPECT_EQ(result, EXCHANGE_LINE_BUSY);
@@ -82,7 +77,7 @@ TEST_F(SerialPortThreadsTest, TakingTheLineOutsideAnExchangeHoldsOffOtherThreads
   port_.ReleaseLine();
   std::thread after([&] {
     uint8_t reply[8] = {};
-    result = Ask("POS 0\n", reply);
+    result = port_.Ask("POS 0\n", 4, reply);
   });
   after.join();
   EXPECT_EQ(result, EXCHANGE_OK);

@@ -6,12 +6,12 @@
 #include <string>
 
 #include "demo_controller.h"
-#include "support/emulated_port.h"
 #include "platform/port_names.h"
 #include "pty_host.h"
 #include "serial/probe_port.h"
-#include "support/selected_port.h"
+#include "support/emulated_port.h"
 #include "support/fast_clock.h"
+#include "support/selected_port.h"
 
 namespace scopemount::testing {
 namespace {
@@ -28,12 +28,6 @@ class SerialPtyTest : public ::testing::Test {
     selected_ = std::make_unique<SelectedPort>(PTY_PORT, host_.Path().c_str());
     ASSERT_TRUE(selected_->bound());
   }
-  uint32_t Ask(ProbePort& port, const char* command, uint32_t replyLength) {
-    port.replyLength = replyLength;
-    return port.Exchange(reinterpret_cast<const uint8_t*>(command),
-                         static_cast<uint32_t>(std::char_traits<char>::length(command)), reply_);
-  }
-  std::string Reply(uint32_t count) const { return std::string(reinterpret_cast<const char*>(reply_), count); }
 
   ScopedFastClock clock_{5.0};
   LibraryClock libraryClock_;
@@ -41,7 +35,6 @@ class SerialPtyTest : public ::testing::Test {
   emulation::EmulatedLine line_{model_, libraryClock_};
   emulation::PtyHost host_{line_};
   std::unique_ptr<SelectedPort> selected_;
-  uint8_t reply_[64] = {};
 };
 
 TEST_F(SerialPtyTest, ExchangesRunOverAPseudoTerminal) {
@@ -50,19 +43,19 @@ TEST_F(SerialPtyTest, ExchangesRunOverAPseudoTerminal) {
   EXPECT_TRUE(port.SetBaudRate(19200));
   EXPECT_TRUE(port.SetBaudRate(4800));
 
-  EXPECT_EQ(Ask(port, "GOTO 1 -2000\n", 3), EXCHANGE_OK);
-  EXPECT_EQ(Reply(3), "OK\n");
-  EXPECT_EQ(Ask(port, "STAT 1\n", 4), EXCHANGE_OK);
-  EXPECT_EQ(Reply(4), "1 4\n") << "slewing, negative";
+  EXPECT_EQ(port.Ask("GOTO 1 -2000\n", 3), EXCHANGE_OK);
+  EXPECT_EQ(port.Reply(3), "OK\n");
+  EXPECT_EQ(port.Ask("STAT 1\n", 4), EXCHANGE_OK);
+  EXPECT_EQ(port.Reply(4), "1 4\n") << "slewing, negative";
   const std::vector<uint8_t> wire = line_.TakeHostBytes();
   EXPECT_EQ(std::string(wire.begin(), wire.end()), "GOTO 1 -2000\nSTAT 1\n");
 }
 
 TEST_F(SerialPtyTest, LeftOversOfAnEarlierReplyAreGoneBeforeTheNextCommand) {
   ProbePort port;
-  EXPECT_EQ(Ask(port, "POS 0\n", 2), EXCHANGE_OK) << "reads only half of \"0 0\\n\"";
-  EXPECT_EQ(Ask(port, "SET 0 77\n", 3), EXCHANGE_OK);
-  EXPECT_EQ(Reply(3), "OK\n");
+  EXPECT_EQ(port.Ask("POS 0\n", 2), EXCHANGE_OK) << "reads only half of \"0 0\\n\"";
+  EXPECT_EQ(port.Ask("SET 0 77\n", 3), EXCHANGE_OK);
+  EXPECT_EQ(port.Reply(3), "OK\n");
 }
 
 TEST_F(SerialPtyTest, APseudoTerminalHasNoModemLines) {
@@ -71,25 +64,25 @@ TEST_F(SerialPtyTest, APseudoTerminalHasNoModemLines) {
   EXPECT_FALSE(port.IsCtsHigh()) << "CTS reads low";
   port.ClearRts();
   EXPECT_EQ(port.CheckLine(), 0u) << "RTS does not come back";
-  EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_OK) << "and the line still works";
+  EXPECT_EQ(port.Ask("POS 0\n", 4), EXCHANGE_OK) << "and the line still works";
 }
 
 TEST_F(SerialPtyTest, ASilentControllerCostsTheReadTimeOut) {
   ProbePort port;
   line_.SetFaults(LineFaults{.silent = true});
   const uint64_t start = platform::ActiveClock().NowMs();
-  EXPECT_EQ(Ask(port, "POS 0\n", 10), PROBE_SHORT_REPLY);
+  EXPECT_EQ(port.Ask("POS 0\n", 10), PROBE_SHORT_REPLY);
   EXPECT_GE(platform::ActiveClock().NowMs() - start, 520u);
   line_.SetFaults(LineFaults{});
-  EXPECT_EQ(Ask(port, "POS 0\n", 4), EXCHANGE_OK);
+  EXPECT_EQ(port.Ask("POS 0\n", 4), EXCHANGE_OK);
 }
 
 TEST_F(SerialPtyTest, ALineWhoseFarEndWentAwayFailsAtOnce) {
   ProbePort port;
   host_.Stop();
   const uint64_t start = platform::ActiveClock().NowMs();
-  EXPECT_NE(Ask(port, "POS 0\n", 4), EXCHANGE_OK);
-  EXPECT_EQ(port.Read(reply_, 4), 0u);
+  EXPECT_EQ(port.Ask("POS 0\n", 4), EXCHANGE_NOT_SENT) << "the write fails";
+  EXPECT_EQ(port.Read(port.reply.data(), 4), 0u);
   EXPECT_LT(platform::ActiveClock().NowMs() - start, 500u) << "no waiting on a dead line";
 }
 
@@ -97,7 +90,7 @@ TEST_F(SerialPtyTest, APathThatIsNoSerialDeviceLeavesAPortThatFailsEveryExchange
   ASSERT_TRUE(platform::BindPortPath(PTY_PORT, "/nonexistent/serial-line"));
   ProbePort missing;
   EXPECT_FALSE(missing.IsOpen());
-  EXPECT_EQ(Ask(missing, "POS 0\n", 4), EXCHANGE_NOT_SENT);
+  EXPECT_EQ(missing.Ask("POS 0\n", 4), EXCHANGE_NOT_SENT);
 
   ASSERT_TRUE(platform::BindPortPath(PTY_PORT, "/dev/null"));
   ProbePort notATerminal;

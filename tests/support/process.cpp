@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 extern char** environ;
@@ -15,92 +16,124 @@ namespace scopemount::testing {
 
 namespace {
 
-struct Pipe {
-  int read = -1;
-  int write = -1;
-  bool Open() {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) return false;
-    read = fds[0];
-    write = fds[1];
-    return true;
-  }
-};
-
 void CloseFd(int& fd) {
   if (fd >= 0) close(fd);
   fd = -1;
 }
 
+std::vector<char*> Pointers(const std::vector<std::string>& strings) {
+  std::vector<char*> pointers;
+  for (const std::string& s : strings) pointers.push_back(const_cast<char*>(s.c_str()));
+  return pointers;
+}
+
 }  // namespace
 
-ProcessResult RunProcess(const std::string& program, const std::vector<std::string>& arguments,
-                         const std::string& input, const std::vector<std::string>& environment,
-                         const std::string& interruptWhenSeen) {
-  ProcessResult result;
-  Pipe in, out, err;
-  if (!in.Open() || !out.Open() || !err.Open()) return result;
-
-  std::vector<char*> argv;
-  argv.push_back(const_cast<char*>(program.c_str()));
-  for (const std::string& a : arguments) argv.push_back(const_cast<char*>(a.c_str()));
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
+                           const std::vector<std::string>& environment) {
+  int in[2], out[2], err[2];
+  if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
+    spawnError_ = std::strerror(errno);
+    return;
+  }
+  std::vector<char*> argv = Pointers(arguments);
+  argv.insert(argv.begin(), const_cast<char*>(program.c_str()));
   argv.push_back(nullptr);
-  std::vector<char*> envp;
+  std::vector<char*> envp = Pointers(environment);
   for (char** e = environ; *e != nullptr; ++e) envp.push_back(*e);
-  for (const std::string& e : environment) envp.push_back(const_cast<char*>(e.c_str()));
   envp.push_back(nullptr);
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, in.read, 0);
-  posix_spawn_file_actions_adddup2(&actions, out.write, 1);
-  posix_spawn_file_actions_adddup2(&actions, err.write, 2);
-  pid_t pid = -1;
+  posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
   const int spawned =
-      posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+      posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv.data(), envp.data());
   posix_spawn_file_actions_destroy(&actions);
-  CloseFd(in.read);
-  CloseFd(out.write);
-  CloseFd(err.write);
+  for (int fd : {in[0], out[1], err[1]}) close(fd);
+  in_ = in[1];
+  out_ = out[0];
+  err_ = err[0];
   if (spawned != 0) {
-    CloseFd(in.write);
-    CloseFd(out.read);
-    CloseFd(err.read);
-    result.err = std::strerror(spawned);
+    pid_ = -1;
+    spawnError_ = std::strerror(spawned);
+    CloseInput();
+    CloseOutputs();
+  }
+}
+
+ChildProcess::~ChildProcess() {
+  CloseInput();
+  CloseOutputs();
+  Wait();
+}
+
+std::string ChildProcess::ReadLine() {
+  std::string line;
+  char c;
+  while (out_ >= 0 && read(out_, &c, 1) == 1 && c != '\n') line.push_back(c);
+  return line;
+}
+
+void ChildProcess::CloseInput() { CloseFd(in_); }
+
+void ChildProcess::CloseOutputs() {
+  CloseFd(out_);
+  CloseFd(err_);
+}
+
+void ChildProcess::Interrupt() {
+  if (pid_ > 0) kill(pid_, SIGINT);
+}
+
+int ChildProcess::Wait() {
+  if (pid_ <= 0) return -1;
+  int status = 0;
+  const pid_t ended = waitpid(pid_, &status, 0);
+  pid_ = -1;
+  return ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+ProcessResult ChildProcess::RunToEnd(const std::string& input,
+                                     const std::string& interruptWhenSeen) {
+  ProcessResult result;
+  if (pid_ <= 0) {
+    result.err = spawnError_;
     return result;
   }
-
   // Feed the input and drain both outputs together so neither pipe fills.
+  std::string* texts[2] = {&result.out, &result.err};
   size_t written = 0;
   bool interruptSent = false;
-  if (input.empty()) CloseFd(in.write);
+  if (input.empty()) CloseInput();
   char buffer[4096];
-  while (out.read >= 0 || err.read >= 0) {
-    pollfd fds[3] = {{out.read, POLLIN, 0}, {err.read, POLLIN, 0}, {in.write, POLLOUT, 0}};
+  while (out_ >= 0 || err_ >= 0) {
+    pollfd fds[3] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}, {in_, POLLOUT, 0}};
     if (poll(fds, 3, -1) < 0) break;
     for (int i = 0; i < 2; ++i) {
       if (fds[i].revents == 0) continue;
-      int& fd = i == 0 ? out.read : err.read;
+      int& fd = i == 0 ? out_ : err_;
       const ssize_t n = read(fd, buffer, sizeof buffer);
       if (n <= 0) {
         CloseFd(fd);
       } else {
-        (i == 0 ? result.out : result.err).append(buffer, static_cast<size_t>(n));
+        texts[i]->append(buffer, static_cast<size_t>(n));
       }
     }
-    if (!interruptSent && !interruptWhenSeen.empty() && result.out.find(interruptWhenSeen) != std::string::npos) {
-      kill(pid, SIGINT);
+    if (!interruptSent && !interruptWhenSeen.empty() &&
+        result.out.find(interruptWhenSeen) != std::string::npos) {
+      Interrupt();
       interruptSent = true;
     }
-    if (in.write >= 0 && fds[2].revents != 0) {
-      const ssize_t n = write(in.write, input.data() + written, input.size() - written);
+    if (in_ >= 0 && fds[2].revents != 0) {
+      const ssize_t n = write(in_, input.data() + written, input.size() - written);
       if (n > 0) written += static_cast<size_t>(n);
-      if (n <= 0 || written == input.size()) CloseFd(in.write);
+      if (n <= 0 || written == input.size()) CloseInput();
     }
   }
-  CloseFd(in.write);
-  int status = 0;
-  if (waitpid(pid, &status, 0) == pid && WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
+  CloseInput();
+  result.exitStatus = Wait();
   return result;
 }
 

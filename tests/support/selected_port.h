@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "interface/port_selection.h"
 #include "platform/port_names.h"
+#include "serial/port_selection.h"
 
 namespace scopemount::testing {
 

@@ -8,11 +8,10 @@
 
 #include "format.h"
 #include "sky.h"
+#include "support/angles.h"
 
 namespace scopemount::cli {
 namespace {
-
-constexpr double ARCSEC = PI / 180.0 / 3600.0;
 
 TEST(Sky, ApparentPlaceOfThetaPerseiMatchesThePublishedValue) {
   // theta Persei, FK5 J2000: 2h44m11.986s +49d13'42.48", proper motion
@@ -37,8 +36,10 @@ TEST(Sky, ApparentPlaceOfThetaPerseiMatchesThePublishedValue) {
   EXPECT_NEAR(std::remainder(place->rightAscension - publishedRa, 2 * PI) * std::cos(publishedDec),
               0.0, 3 * ARCSEC);
   // The hour angle is the local apparent sidereal time less the published
-  // right ascension.
-  const double expectedHourAngle = LocalSiderealTime(greenwich, when) - publishedRa;
+  // right ascension; at Greenwich at that moment (UT1 taken as UTC) the
+  // apparent sidereal time is 8h03m44.57s, from the IAU 2006 sidereal time
+  // and the main nutation terms worked by hand.
+  const double expectedHourAngle = *ParseHours("8:03:44.57") - publishedRa;
   EXPECT_NEAR(std::remainder(place->hourAngle - expectedHourAngle, 2 * PI) * std::cos(publishedDec),
               0.0, 3 * ARCSEC);
   // Horizontal and equatorial places agree.

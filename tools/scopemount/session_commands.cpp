@@ -526,7 +526,9 @@ int RunProgram(CLI::App& app, int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    return app.exit(e);
+    // The parser numbers each kind of mistake; scripts need one status for
+    // bad arguments (help and version requests still end with 0).
+    return app.exit(e) == 0 ? 0 : EXIT_USAGE;
   }
   if (app.get_subcommands().empty()) RunDemo(ctx);
   ctx.Finish();

@@ -1,4 +1,5 @@
-// Which serial port the next mount opens.
+// Which serial port the next mount opens: chosen at the boundary (or by a
+// Bluetooth registration), read by the serial port below it.
 #pragma once
 
 #include <cstdint>

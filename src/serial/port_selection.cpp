@@ -1,4 +1,4 @@
-#include "interface/port_selection.h"
+#include "serial/port_selection.h"
 
 #include <atomic>
 
