@@ -47,7 +47,7 @@ TEST(EmulateCommand, EndsOnInterrupt) {
 // in the sky at this site, so the slew is short).
 TEST(EmulateCommand, ACompactMountGoesToAStarOnTheServedBoard) {
   ServedEmulator emulator("compact");
-  const std::string path = emulator.FirstLine();
+  const std::string path = emulator.ReadLine();
   ASSERT_EQ(path.rfind("/dev/pts/", 0), 0u) << path;
   const ProcessResult r =
       RunProcess(SCOPEMOUNT_CLI_PATH, {"goto", "--model", "8", "--port", path, "--star", "Polaris",
