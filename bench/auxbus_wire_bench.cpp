@@ -10,11 +10,9 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
-#include <deque>
-#include <memory>
 
-#include "platform/serial_device.h"
 #include "protocols/auxbus/aux_mounts.h"
+#include "support/instant_device.h"
 
 namespace {
 
@@ -32,23 +30,12 @@ struct Traffic {
 Traffic traffic;
 
 // Two controllers that answer at once: the echo, then a well-formed reply.
-class InstantBus final : public platform::SerialDevice {
- public:
-  bool SetBaudRate(uint32_t) override { return true; }
-  bool WaitReadable(uint32_t) override { return !toHost_.empty(); }
-  bool WaitWritable(uint32_t) override { return true; }
-  long ReadAvailable(uint8_t* buffer, size_t size) override {
-    size_t moved = 0;
-    while (moved < size && !toHost_.empty()) {
-      buffer[moved++] = toHost_.front();
-      toHost_.pop_front();
-    }
-    return static_cast<long>(moved);
-  }
-  long WriteAvailable(const uint8_t* bytes, size_t count) override {
+class InstantBus final : public testing::InstantDevice {
+ protected:
+  void Answer(const uint8_t* bytes, size_t count) override {
     traffic.sent += count;
     traffic.echo += count;
-    toHost_.insert(toHost_.end(), bytes, bytes + count);
+    Reply(bytes, count);
     uint8_t data[3] = {0x12, 0x34, 0x56};
     size_t dataCount = 0;
     const uint8_t command = bytes[COMMAND_OFFSET];
@@ -59,26 +46,12 @@ class InstantBus final : public platform::SerialDevice {
     const size_t size = BuildPacket(bytes[DESTINATION_OFFSET], HOST_ADDRESS, command, data,
                                     dataCount, reply);
     traffic.reply += size;
-    toHost_.insert(toHost_.end(), reply, reply + size);
-    return static_cast<long>(count);
-  }
-  void Purge() override { toHost_.clear(); }
-  void SetRts(bool) override {}
-  bool IsCtsHigh() override { return false; }
-
- private:
-  std::deque<uint8_t> toHost_;
-};
-
-class InstantBusFactory final : public platform::SerialDeviceFactory {
- public:
-  std::unique_ptr<platform::SerialDevice> Open(const char*) override {
-    return std::make_unique<InstantBus>();
+    Reply(reply, size);
   }
 };
 
 AuxAltAzMount& BenchMount() {
-  static InstantBusFactory factory;
+  static testing::InstantDeviceFactory<InstantBus> factory;
   static AuxAltAzMount* mount = [] {
     platform::UseSerialDeviceFactory(&factory);
     auto* opened = new AuxAltAzMount();

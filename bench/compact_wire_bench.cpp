@@ -16,13 +16,11 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
-#include <deque>
-#include <memory>
 
 #include "platform/clock.h"
-#include "platform/serial_device.h"
 #include "protocols/compact/compact_altaz_mounts.h"
 #include "protocols/compact/compact_protocol.h"
+#include "support/instant_device.h"
 
 namespace {
 
@@ -31,54 +29,25 @@ using namespace scopemount;
 constexpr double BITS_PER_BYTE = 10.0;  // 8N1: start, 8 data, stop
 constexpr double MS_PER_BYTE = BITS_PER_BYTE * 1000.0 / compact::BAUD_RATE;
 
-struct WireCount {
-  uint64_t out = 0;
-  uint64_t in = 0;
-};
-WireCount wire;
+testing::LineCounts wire;
 
 // Answers the two reading commands at once: a position, or "GOTO running".
-class InstantBoard final : public platform::SerialDevice {
+class InstantBoard final : public testing::InstantDevice {
  public:
-  bool SetBaudRate(uint32_t) override { return true; }
-  bool WaitReadable(uint32_t) override { return !pending_.empty(); }
-  bool WaitWritable(uint32_t) override { return true; }
-  long ReadAvailable(uint8_t* buffer, size_t size) override {
-    size_t moved = 0;
-    for (; moved < size && !pending_.empty(); ++moved) {
-      buffer[moved] = pending_.front();
-      pending_.pop_front();
-    }
-    wire.in += moved;
-    return static_cast<long>(moved);
-  }
-  long WriteAvailable(const uint8_t* bytes, size_t count) override {
-    wire.out += count;
-    if (count == 0) return 0;
+  InstantBoard() : InstantDevice(&wire) {}
+
+ protected:
+  void Answer(const uint8_t* bytes, size_t) override {
     if (bytes[0] == compact::READ_POSITION ||
         bytes[0] == compact::CommandFor(compact::READ_POSITION, 1)) {
-      pending_.insert(pending_.end(), {0x01, 0x23, 0x45});
+      Reply({0x01, 0x23, 0x45});
     } else if (bytes[0] == compact::READ_GOTO_STATUS) {
-      pending_.push_back(0x00);
+      Reply({0x00});
     }
-    return static_cast<long>(count);
-  }
-  void Purge() override { pending_.clear(); }
-  void SetRts(bool) override {}
-  bool IsCtsHigh() override { return false; }
-
- private:
-  std::deque<uint8_t> pending_;
-};
-
-class InstantBoards final : public platform::SerialDeviceFactory {
- public:
-  std::unique_ptr<platform::SerialDevice> Open(const char*) override {
-    return std::make_unique<InstantBoard>();
   }
 };
 
-InstantBoards boards;
+testing::InstantDeviceFactory<InstantBoard> boards;
 
 OwnedMount<CompactMount> ConnectedMount() {
   platform::UseSerialDeviceFactory(&boards);
@@ -98,8 +67,8 @@ void MeasureWire(benchmark::State& state, uint32_t fewestBytes, Operation operat
     operation(*mount);
     ++runs;
   }
-  const double out = static_cast<double>(wire.out) / static_cast<double>(runs);
-  const double in = static_cast<double>(wire.in) / static_cast<double>(runs);
+  const double out = static_cast<double>(wire.written) / static_cast<double>(runs);
+  const double in = static_cast<double>(wire.read) / static_cast<double>(runs);
   state.counters["bytes_out"] = out;
   state.counters["bytes_in"] = in;
   state.counters["wire_ms"] = (out + in) * MS_PER_BYTE;

@@ -11,12 +11,8 @@
 // not have kept).
 #include <benchmark/benchmark.h>
 
-#include <cstring>
-#include <deque>
-#include <memory>
-
-#include "platform/serial_device.h"
 #include "protocols/motorcontroller/motor_controller_altaz_mount.h"
+#include "support/instant_device.h"
 
 using namespace scopemount;
 
@@ -35,36 +31,19 @@ constexpr int FEWEST_STATUS_POLL = 2 * (COMMAND + REPLY_STATUS);
 constexpr int FEWEST_TRACKING_CYCLE = 2 * ((COMMAND_NUMBER + REPLY) + (COMMAND + REPLY));
 
 const char* statusReply = "=101\r";
-size_t wireBytes = 0;
 
-// Answers every command at once from canned replies, counting bytes.
-class CountingController final : public platform::SerialDevice {
+testing::LineCounts line;
+
+// Answers every command at once from canned replies.
+class CountingController final : public testing::InstantDevice {
  public:
-  bool SetBaudRate(uint32_t) override { return true; }
-  bool WaitReadable(uint32_t) override { return !incoming_.empty(); }
-  bool WaitWritable(uint32_t) override { return true; }
-  long ReadAvailable(uint8_t* buffer, size_t size) override {
-    size_t n = 0;
-    for (; n < size && !incoming_.empty(); ++n) {
-      buffer[n] = incoming_.front();
-      incoming_.pop_front();
-    }
-    wireBytes += n;
-    return static_cast<long>(n);
-  }
-  long WriteAvailable(const uint8_t* bytes, size_t count) override {
-    wireBytes += count;
-    if (count >= 2 && bytes[0] == ':') Answer(bytes[1]);
-    return static_cast<long>(count);
-  }
-  void Purge() override { incoming_.clear(); }
-  void SetRts(bool) override {}
-  bool IsCtsHigh() override { return false; }
+  CountingController() : InstantDevice(&line) {}
 
- private:
-  void Answer(uint8_t letter) {
+ protected:
+  void Answer(const uint8_t* bytes, size_t count) override {
+    if (count < 2 || bytes[0] != ':') return;
     const char* reply = "=\r";
-    switch (letter) {
+    switch (bytes[1]) {
       case 'e': reply = "=021004\r"; break;
       case 'a': reply = "=40420F\r"; break;
       case 'b': reply = "=50C300\r"; break;
@@ -74,20 +53,12 @@ class CountingController final : public platform::SerialDevice {
       case 'f': reply = statusReply; break;
       default: break;
     }
-    incoming_.insert(incoming_.end(), reply, reply + std::strlen(reply));
-  }
-  std::deque<uint8_t> incoming_;
-};
-
-class CountingFactory final : public platform::SerialDeviceFactory {
- public:
-  std::unique_ptr<platform::SerialDevice> Open(const char*) override {
-    return std::make_unique<CountingController>();
+    Reply(reply);
   }
 };
 
 OwnedMount<MotorControllerAltAzMount> OpenedMount() {
-  static CountingFactory factory;
+  static testing::InstantDeviceFactory<CountingController> factory;
   platform::UseSerialDeviceFactory(&factory);
   OwnedMount<MotorControllerAltAzMount> mount(new MotorControllerAltAzMount);
   mount->OpenMount();
@@ -99,9 +70,9 @@ void MeasureWire(benchmark::State& state, int fewest, Work&& work) {
   OwnedMount<MotorControllerAltAzMount> mount = OpenedMount();
   size_t bytes = 0;
   for (auto _ : state) {
-    wireBytes = 0;
+    line = {};
     work(*mount);
-    bytes = wireBytes;
+    bytes = line.written + line.read;
   }
   state.counters["bytes"] = static_cast<double>(bytes);
   state.counters["wire_ms"] = bytes * BYTE_MS_AT_9600;

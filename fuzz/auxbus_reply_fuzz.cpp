@@ -7,70 +7,28 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <deque>
-#include <memory>
 
 #include "platform/clock.h"
-#include "platform/serial_device.h"
 #include "protocols/auxbus/aux_mounts.h"
+#include "support/instant_device.h"
 
 using namespace scopemount;
 
 namespace {
 
-// The replies still to come, and the bytes on their way to the host.
-struct Wire {
-  const uint8_t* input = nullptr;
-  size_t left = 0;
-  std::deque<uint8_t> toHost;
+testing::ScriptedReplies replies;
 
-  void NextReply() {
-    if (left == 0) return;
-    size_t count = input[0];
-    ++input;
-    --left;
-    if (count > left) count = left;
-    toHost.insert(toHost.end(), input, input + count);
-    input += count;
-    left -= count;
-  }
-};
-
-Wire wire;
-
-class FuzzDevice final : public platform::SerialDevice {
- public:
-  bool SetBaudRate(uint32_t) override { return true; }
-  bool WaitReadable(uint32_t) override { return !wire.toHost.empty(); }
-  bool WaitWritable(uint32_t) override { return true; }
-  long ReadAvailable(uint8_t* buffer, size_t size) override {
-    size_t moved = 0;
-    while (moved < size && !wire.toHost.empty()) {
-      buffer[moved++] = wire.toHost.front();
-      wire.toHost.pop_front();
-    }
-    return static_cast<long>(moved);
-  }
-  long WriteAvailable(const uint8_t* bytes, size_t count) override {
-    wire.toHost.insert(wire.toHost.end(), bytes, bytes + count);  // the bus's echo
-    wire.NextReply();
-    return static_cast<long>(count);
-  }
-  void Purge() override { wire.toHost.clear(); }
-  void SetRts(bool) override {}
-  bool IsCtsHigh() override { return false; }
-};
-
-class FuzzFactory final : public platform::SerialDeviceFactory {
- public:
-  std::unique_ptr<platform::SerialDevice> Open(const char*) override {
-    return std::make_unique<FuzzDevice>();
+class FuzzDevice final : public testing::InstantDevice {
+ protected:
+  void Answer(const uint8_t* bytes, size_t count) override {
+    Reply(bytes, count);  // the bus's echo
+    Reply(replies.Next());
   }
 };
 
 // Time-outs pass at once: a missing reply costs nothing.
 platform::ScaledClock instantClock(1e9);
-FuzzFactory factory;
+testing::InstantDeviceFactory<FuzzDevice> factory;
 
 AuxEquatorialMount& FuzzedMount() {
   static AuxEquatorialMount* mount = [] {
@@ -89,7 +47,7 @@ void Check(int32_t result, uint32_t axis) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   AuxEquatorialMount& mount = FuzzedMount();
-  wire = Wire{data, size, {}};
+  replies = {data, size};
   for (uint32_t axis = 0; axis < AXIS_COUNT; ++axis) {
     const double before = mount.axisPosition[axis];
     const int32_t read = mount.AuxBusMount::ReadAxisPosition(axis);

@@ -12,67 +12,26 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <deque>
-#include <memory>
 
 #include "platform/clock.h"
-#include "platform/serial_device.h"
 #include "protocols/motorcontroller/motor_controller_altaz_mount.h"
 #include "protocols/motorcontroller/motor_controller_equatorial_mount.h"
+#include "support/instant_device.h"
 
 using namespace scopemount;
 
 namespace {
 
-struct Replies {
-  const uint8_t* data = nullptr;
-  size_t size = 0;
-  bool echo = false;
-};
-Replies replies;
+testing::ScriptedReplies replies;
+bool echo = false;
 
-class ReplayDevice final : public platform::SerialDevice {
- public:
-  bool SetBaudRate(uint32_t) override { return true; }
-  bool WaitReadable(uint32_t) override { return !incoming_.empty(); }
-  bool WaitWritable(uint32_t) override { return true; }
-  long ReadAvailable(uint8_t* buffer, size_t size) override {
-    size_t n = 0;
-    for (; n < size && !incoming_.empty(); ++n) {
-      buffer[n] = incoming_.front();
-      incoming_.pop_front();
-    }
-    return static_cast<long>(n);
-  }
-  long WriteAvailable(const uint8_t* bytes, size_t count) override {
+class ReplayDevice final : public testing::InstantDevice {
+ protected:
+  void Answer(const uint8_t* bytes, size_t count) override {
     for (size_t i = 0; i < count; ++i) {
-      if (replies.echo) incoming_.push_back(bytes[i]);
-      if (bytes[i] == '\r') NextReply();
+      if (echo) Reply({bytes[i]});
+      if (bytes[i] == '\r') Reply(replies.Next());
     }
-    return static_cast<long>(count);
-  }
-  void Purge() override { incoming_.clear(); }
-  void SetRts(bool) override {}
-  bool IsCtsHigh() override { return false; }
-
- private:
-  void NextReply() {
-    if (replies.size == 0) return;
-    size_t length = replies.data[0];
-    ++replies.data;
-    --replies.size;
-    if (length > replies.size) length = replies.size;
-    incoming_.insert(incoming_.end(), replies.data, replies.data + length);
-    replies.data += length;
-    replies.size -= length;
-  }
-  std::deque<uint8_t> incoming_;
-};
-
-class ReplayFactory final : public platform::SerialDeviceFactory {
- public:
-  std::unique_ptr<platform::SerialDevice> Open(const char*) override {
-    return std::make_unique<ReplayDevice>();
   }
 };
 
@@ -88,7 +47,7 @@ void Check(bool condition) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static ReplayFactory factory;
+  static testing::InstantDeviceFactory<ReplayDevice> factory;
   static platform::ScaledClock clock(1e9);
   static const bool installed = [] {
     platform::UseSerialDeviceFactory(&factory);
@@ -99,7 +58,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }();
   (void)installed;
   if (size == 0) return 0;
-  replies = {data + 1, size - 1, (data[0] & 1) != 0};
+  replies = {data + 1, size - 1};
+  echo = (data[0] & 1) != 0;
   const bool equatorial = (data[0] & 2) != 0;
   OwnedMount<MotorControllerMount> mount(
       equatorial ? static_cast<MotorControllerMount*>(new MotorControllerEquatorialMount)
