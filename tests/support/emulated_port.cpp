@@ -18,7 +18,8 @@ std::chrono::steady_clock::time_point LibraryClock::RealInstantOf(uint64_t ms) c
 
 class EmulatedDevice final : public platform::SerialDevice {
  public:
-  explicit EmulatedDevice(EmulatedPort& port) : port_(port), line_(port.line_) {}
+  explicit EmulatedDevice(std::shared_ptr<EmulatedPort::Bench> bench)
+      : bench_(std::move(bench)), port_(*bench_), line_(bench_->line) {}
 
   bool SetBaudRate(uint32_t baud) override {
     port_.baudRate = baud;
@@ -29,11 +30,11 @@ class EmulatedDevice final : public platform::SerialDevice {
   bool WaitReadable(uint32_t ms) override {
     const auto deadline = platform::ActiveClock().RealDeadlineAfter(ms);
     const uint64_t next = line_.NextArrivalMs();
-    if (next != emulation::NO_ARRIVAL && next <= port_.clock_.NowMs()) return true;
+    if (next != emulation::NO_ARRIVAL && next <= port_.clock.NowMs()) return true;
     const auto due = next == emulation::NO_ARRIVAL ? deadline
-                                                   : std::min(deadline, port_.clock_.RealInstantOf(next));
+                                                   : std::min(deadline, port_.clock.RealInstantOf(next));
     std::this_thread::sleep_until(due);
-    return line_.NextArrivalMs() <= port_.clock_.NowMs();
+    return line_.NextArrivalMs() <= port_.clock.NowMs();
   }
 
   bool WaitWritable(uint32_t ms) override {
@@ -61,12 +62,13 @@ class EmulatedDevice final : public platform::SerialDevice {
   bool IsCtsHigh() override { return line_.IsHostCtsHigh(); }
 
  private:
-  EmulatedPort& port_;
+  const std::shared_ptr<EmulatedPort::Bench> bench_;
+  EmulatedPort::Bench& port_;
   emulation::EmulatedLine& line_;
 };
 
 EmulatedPort::EmulatedPort(std::unique_ptr<emulation::ControllerModel> model)
-    : model_(std::move(model)), line_(*model_, clock_) {
+    : bench_(std::make_shared<Bench>(std::move(model))) {
   platform::UseSerialDeviceFactory(this);
 }
 
@@ -81,8 +83,8 @@ std::unique_ptr<platform::SerialDevice> EmulatedPort::Open(const char* path) {
   if (refuseOpen) return nullptr;
   // A freshly opened line: default rate, RTS low.
   baudRate = platform::DEFAULT_BAUD_RATE;
-  line_.SetHostRts(false);
-  return std::make_unique<EmulatedDevice>(*this);
+  bench_->line.SetHostRts(false);
+  return std::make_unique<EmulatedDevice>(bench_);
 }
 
 std::string EmulatedPort::LastOpenedPath() const {

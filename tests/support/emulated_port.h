@@ -1,7 +1,8 @@
 // An emulated controller behind the library's real serial port code, in
 // process: while an EmulatedPort lives, every serial port the library opens
 // (whatever its path) is a device on this bench's line, on the library's
-// active clock.
+// active clock. The bench itself lives as long as the last device opened on
+// it, so a worker that outlasts its test still talks to a live controller.
 #pragma once
 
 #include <atomic>
@@ -32,25 +33,39 @@ class EmulatedPort final : public platform::SerialDeviceFactory {
 
   std::unique_ptr<platform::SerialDevice> Open(const char* path) override;
 
-  emulation::EmulatedLine& line() { return line_; }
-  emulation::ControllerModel& model() { return *model_; }
+  // The controller, its line and what the opened devices have been told,
+  // shared with every device opened on this port.
+  struct Bench {
+    explicit Bench(std::unique_ptr<emulation::ControllerModel> controller)
+        : model(std::move(controller)), line(*model, clock) {}
+    LibraryClock clock;
+    std::unique_ptr<emulation::ControllerModel> model;
+    emulation::EmulatedLine line;
+    std::atomic<int> opens{0};
+    std::atomic<uint32_t> baudRate{0};
+    std::atomic<int> purges{0};
+    std::atomic<bool> refuseOpen{false};
+    std::atomic<bool> stallWrites{false};
+  };
 
-  // What the opened devices have been told.
+  emulation::EmulatedLine& line() { return bench_->line; }
+  emulation::ControllerModel& model() { return *bench_->model; }
+
   std::string LastOpenedPath() const;
-  std::atomic<int> opens{0};
-  std::atomic<uint32_t> baudRate{0};
-  std::atomic<int> purges{0};
-  // Device faults: the path cannot be opened; written bytes never leave.
-  std::atomic<bool> refuseOpen{false};
-  std::atomic<bool> stallWrites{false};
 
  private:
-  friend class EmulatedDevice;
-  LibraryClock clock_;
-  std::unique_ptr<emulation::ControllerModel> model_;
-  emulation::EmulatedLine line_;
+  std::shared_ptr<Bench> bench_;
   mutable std::mutex pathMutex_;
   std::string lastOpenedPath_;
+
+ public:
+  // What the opened devices have been told.
+  std::atomic<int>& opens = bench_->opens;
+  std::atomic<uint32_t>& baudRate = bench_->baudRate;
+  std::atomic<int>& purges = bench_->purges;
+  // Device faults: the path cannot be opened; written bytes never leave.
+  std::atomic<bool>& refuseOpen = bench_->refuseOpen;
+  std::atomic<bool>& stallWrites = bench_->stallWrites;
 };
 
 }  // namespace scopemount::testing
