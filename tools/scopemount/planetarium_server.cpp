@@ -24,6 +24,9 @@ constexpr size_t MAX_CLIENTS = 100;
 // 4 a second, once its socket buffers are full) does not read: drop it.
 constexpr size_t MAX_OUTBOX = 1024;
 constexpr size_t READ_CHUNK = 4096;
+// The kernel's share of a client's backlog: fixed and modest, so a client
+// that stops reading shows up as a full socket within seconds, not hours.
+constexpr int SEND_BUFFER_BYTES = 16 * 1024;
 constexpr int LISTEN_BACKLOG = 64;
 
 std::string PeerName(const sockaddr_storage& address) {
@@ -121,6 +124,7 @@ void Server::AcceptClients() {
     // Positions are small and should leave at once.
     const int on = 1;
     setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER_BYTES, sizeof SEND_BUFFER_BYTES);
     Client client;
     client.id = nextId_++;
     client.fd = fd;
