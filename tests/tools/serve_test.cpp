@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -315,6 +316,75 @@ TEST(Serve, CtrlCStopsTheAxesDisconnectsAndClosesEveryConnection) {
   EXPECT_NE(out.find(a.peer() + " went: the server is stopping"), std::string::npos) << out;
   EXPECT_NE(out.find("Stopped the axes."), std::string::npos) << out;
   EXPECT_NE(out.find("Disconnected."), std::string::npos) << out;
+}
+
+// Where a star stands in the client's frame.
+struct StarPlace {
+  const sky::Star* star;
+  double rightAscension, declination;
+};
+
+// Bright stars comfortably up at the test site now.
+std::vector<StarPlace> StarsUp(const std::string& equinox) {
+  const sky::Site site{51.4769 / sky::DEGREES_PER_RADIAN, -0.0005 / sky::DEGREES_PER_RADIAN, 46};
+  std::vector<StarPlace> up;
+  for (const sky::Star& star : sky::BrightStars()) {
+    const auto place = sky::Observe(star, site, sky::UtcNow());
+    const double altitude = place ? place->altitude * sky::DEGREES_PER_RADIAN : -90;
+    if (altitude < 25 || altitude > 70) continue;
+    if (equinox == "j2000") {
+      up.push_back({&star, star.rightAscension, star.declination});
+    } else {
+      up.push_back({&star, place->rightAscension, place->declination});
+    }
+  }
+  return up;
+}
+
+double Separation(const StarPlace& star, const pp::CurrentPosition& position) {
+  return ScopeAngularSeparation(star.rightAscension, star.declination,
+                                pp::RightAscensionRadians(position.rightAscension),
+                                pp::DeclinationRadians(position.declination));
+}
+
+// A Goto to a star's place comes back as the same place once the mount is
+// there, a newer Goto replacing a running one on the way.
+TEST(Serve, GotoComesBackAsTheSamePlaceInTheClientsFrame) {
+  constexpr double ARCMINUTE = 1.0 / 60.0 / sky::DEGREES_PER_RADIAN;
+  for (const std::string equinox : {"j2000", "jnow"}) {
+    SCOPED_TRACE(equinox);
+    Serve serve = StartServe({"--model", "6", "--equinox", equinox});
+    ASSERT_NE(serve.port, 0);
+    Client client(serve.port);
+    const auto here = client.Next();
+    ASSERT_TRUE(here);
+    // The star nearest to where the mount points keeps the real-time slew
+    // short; away from the pole, where the simulator starts, so a wrong
+    // frame or right ascension shows in full.
+    std::vector<StarPlace> up = StarsUp(equinox);
+    std::sort(up.begin(), up.end(), [&](const StarPlace& a, const StarPlace& b) {
+      return Separation(a, *here) < Separation(b, *here);
+    });
+    const auto away = std::find_if(up.begin(), up.end(), [](const StarPlace& s) {
+      return std::fabs(s.declination) < 60.0 / sky::DEGREES_PER_RADIAN;
+    });
+    ASSERT_TRUE(up.size() >= 2 && away != up.end()) << "bright stars up at the test site";
+    const StarPlace& target = *away;
+    const StarPlace& replaced = away == up.begin() ? up[1] : up[0];
+    ASSERT_TRUE(client.Send(GotoBytes(replaced.rightAscension, replaced.declination)));
+    const auto drain = [&client] { client.Drain(); };
+    ASSERT_TRUE(serve.process->WaitForText("GOTO started", EVENT, drain)) << serve.process->out();
+    ASSERT_TRUE(client.Send(GotoBytes(target.rightAscension, target.declination)));
+    ASSERT_TRUE(serve.process->WaitForText("GOTO arrived", 300s, drain)) << serve.process->out();
+    const auto there = client.Latest();
+    ASSERT_TRUE(there);
+    EXPECT_LT(Separation(target, *there), ARCMINUTE)
+        << target.star->name << " off by "
+        << Separation(target, *there) * sky::DEGREES_PER_RADIAN * 3600 << "\"\n"
+        << serve.process->out();
+    EXPECT_EQ(Count(serve.process->out(), "GOTO started"), 2u);
+    EXPECT_EQ(Count(serve.process->out(), "GOTO arrived"), 1u) << "the first GOTO was replaced";
+  }
 }
 
 TEST(Serve, BadListenAddressIsAUsageError) {
