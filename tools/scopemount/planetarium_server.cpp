@@ -145,7 +145,10 @@ void Server::ReadFrom(Client& client) {
     return;
   }
   if (n < 0) {
-    if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
+    // A client that closes with positions still unread resets the connection.
+    if (errno == ECONNRESET) {
+      client.dropReason = "closed by the client";
+    } else if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
       client.dropReason = std::string("connection lost: ") + std::strerror(errno);
     }
     return;
