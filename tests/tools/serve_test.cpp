@@ -173,6 +173,11 @@ Bytes GotoBytes(double rightAscension, double declination) {
   return Bytes(bytes.begin(), bytes.end());
 }
 
+Bytes PastThePole() {
+  const auto bytes = pp::Encode(pp::Goto{0, 0, 0x7FFFFFFF});
+  return Bytes(bytes.begin(), bytes.end());
+}
+
 // Always below the horizon at the test site: refused, and counted by its line.
 Bytes RefusedGoto() { return GotoBytes(0.0, -80.0 / sky::DEGREES_PER_RADIAN); }
 
@@ -231,6 +236,7 @@ TEST(Serve, CutsAnyByteStreamIntoMessages) {
       {"over-long Goto skipped whole", {Join({Message(28, 0, 24), go})}, 1, false},
       {"under-long Goto skipped", {Join({Message(12, 0, 8), go})}, 1, false},
       {"header-only message", {Join({Message(4, 5, 0), go})}, 1, false},
+      {"declination past the pole refused", {PastThePole()}, 1, false},
       {"LENGTH shorter than the header", {Join({Message(2, 0, 0), go})}, 0, true},
   };
   Serve serve = StartServe({});
@@ -260,7 +266,8 @@ TEST(Serve, CutsAnyByteStreamIntoMessages) {
     EXPECT_TRUE(client.Next()) << "still served";
   }
   // The refusal is the library's own text; the mount did not move.
-  EXPECT_EQ(Count(serve.process->out(), "Target position too low (104)"), expected);
+  EXPECT_EQ(Count(serve.process->out(), "Target position too low (104)"), expected - 1);
+  EXPECT_EQ(Count(serve.process->out(), "(J2000) from 127.0.0.1"), expected);
   EXPECT_EQ(Count(serve.process->out(), "GOTO started"), 0u);
 }
 

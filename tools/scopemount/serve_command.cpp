@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -106,7 +107,9 @@ class PlanetariumTelescope {
     const double ra = pp::RightAscensionRadians(message.rightAscension);
     const double dec = pp::DeclinationRadians(message.declination);
     const std::string where = Place(ra, dec) + " (" + EquinoxName() + ") from " + peer;
-    const std::optional<std::pair<double, double>> observed = ToObserved(ra, dec);
+    // The units reach past the poles; such a place does not exist.
+    const std::optional<std::pair<double, double>> observed =
+        std::fabs(dec) <= PI / 2 ? ToObserved(ra, dec) : std::nullopt;
     const int32_t r = observed ? ScopeGotoEquatorial(observed->first, observed->second)
                                : SCOPE_INVALID_PARAMETER;
     if (r != SCOPE_OK) {
