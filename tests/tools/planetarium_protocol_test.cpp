@@ -5,12 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "planetarium_bytes.h"
 #include "planetarium_protocol.h"
 
 namespace {
 
 namespace pp = scopemount::cli::planetarium;
-using Bytes = std::vector<uint8_t>;
+using namespace scopemount::testing;
 constexpr double PI = 3.141592653589793;
 
 template <typename Container>
@@ -70,24 +71,6 @@ TEST(PlanetariumProtocol, AnglesInTheProtocolsUnits) {
   }
 }
 
-Bytes GotoBytes(uint32_t ra, int32_t dec) {
-  const auto bytes = pp::Encode(pp::Goto{42, ra, dec});
-  return Bytes(bytes.begin(), bytes.end());
-}
-
-Bytes Message(uint16_t length, uint16_t type, size_t bodySize) {
-  Bytes bytes = {static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8),
-                 static_cast<uint8_t>(type), static_cast<uint8_t>(type >> 8)};
-  bytes.resize(4 + bodySize, 0x5A);
-  return bytes;
-}
-
-Bytes Join(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
-
 // Feeds `stream` in pieces of `piece` bytes; the right ascensions of the
 // Gotos read, and whether the stream stayed cut into messages.
 std::pair<std::vector<uint32_t>, bool> Read(const Bytes& stream, size_t piece) {
@@ -107,7 +90,7 @@ std::pair<std::vector<uint32_t>, bool> Read(const Bytes& stream, size_t piece) {
 }
 
 TEST(PlanetariumProtocol, ReaderCutsAnyStreamIntoMessages) {
-  const Bytes a = GotoBytes(1, -7), b = GotoBytes(2, -7);
+  const Bytes a = GotoUnits(1, -7, 42), b = GotoUnits(2, -7, 42);
   struct {
     const char* what;
     Bytes stream;
@@ -130,23 +113,6 @@ TEST(PlanetariumProtocol, ReaderCutsAnyStreamIntoMessages) {
       EXPECT_EQ(framed, c.framed) << c.what << ", pieces of " << piece;
     }
   }
-}
-
-TEST(PlanetariumProtocol, ReaderKnowsWhenAMessageIsUnfinished) {
-  pp::MessageReader reader;
-  const Bytes a = GotoBytes(1, -7);
-  int gotos = 0;
-  const auto count = [&gotos](const pp::Goto&) { ++gotos; };
-  EXPECT_FALSE(reader.midMessage());
-  reader.Feed(std::span<const uint8_t>(a.data(), 5), count);
-  EXPECT_TRUE(reader.midMessage());
-  reader.Feed(std::span<const uint8_t>(a.data() + 5, 15), count);
-  EXPECT_FALSE(reader.midMessage());
-  const Bytes skipped = Message(100, 7, 96);
-  reader.Feed(std::span<const uint8_t>(skipped.data(), 50), count);
-  EXPECT_TRUE(reader.midMessage());
-  EXPECT_EQ(reader.skippedMessages(), 1u);
-  EXPECT_EQ(gotos, 1);
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "format.h"
+#include "planetarium_bytes.h"
 #include "planetarium_protocol.h"
 #include "scopemount.h"
 #include "sky.h"
@@ -27,9 +28,8 @@ namespace {
 
 namespace pp = scopemount::cli::planetarium;
 namespace sky = scopemount::cli;
-using scopemount::testing::BackgroundProcess;
+using namespace scopemount::testing;
 using namespace std::chrono_literals;
-using Bytes = std::vector<uint8_t>;
 
 constexpr auto STARTUP = 20s;
 constexpr auto EVENT = 20s;
@@ -96,10 +96,7 @@ class Client {
   }
   // The newest position after everything already waiting.
   std::optional<pp::CurrentPosition> Latest() {
-    while (Receive(0)) {
-    }
-    pending_.erase(pending_.begin(),
-                   pending_.begin() + static_cast<std::ptrdiff_t>(pending_.size() / 24 * 24));
+    Drain();
     return Next();
   }
   // Reads what has come, keeping up with the server.
@@ -168,31 +165,11 @@ Serve StartServe(std::vector<std::string> extra) {
 }
 
 Bytes GotoBytes(double rightAscension, double declination) {
-  const auto bytes = pp::Encode(pp::Goto{0, pp::RightAscensionUnits(rightAscension),
-                                         pp::DeclinationUnits(declination)});
-  return Bytes(bytes.begin(), bytes.end());
-}
-
-Bytes PastThePole() {
-  const auto bytes = pp::Encode(pp::Goto{0, 0, 0x7FFFFFFF});
-  return Bytes(bytes.begin(), bytes.end());
+  return GotoUnits(pp::RightAscensionUnits(rightAscension), pp::DeclinationUnits(declination));
 }
 
 // Always below the horizon at the test site: refused, and counted by its line.
 Bytes RefusedGoto() { return GotoBytes(0.0, -80.0 / sky::DEGREES_PER_RADIAN); }
-
-Bytes Message(uint16_t length, uint16_t type, size_t bodySize) {
-  Bytes bytes = {static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8),
-                 static_cast<uint8_t>(type), static_cast<uint8_t>(type >> 8)};
-  bytes.resize(4 + bodySize, 0xA5);
-  return bytes;
-}
-
-Bytes Join(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
 
 TEST(Serve, EveryClientGetsThePositionAtOnceAndThenRegularly) {
   Serve serve = StartServe({});
@@ -236,7 +213,7 @@ TEST(Serve, CutsAnyByteStreamIntoMessages) {
       {"over-long Goto skipped whole", {Join({Message(28, 0, 24), go})}, 1, false},
       {"under-long Goto skipped", {Join({Message(12, 0, 8), go})}, 1, false},
       {"header-only message", {Join({Message(4, 5, 0), go})}, 1, false},
-      {"declination past the pole refused", {PastThePole()}, 1, false},
+      {"declination past the pole refused", {GotoUnits(0, 0x7FFFFFFF)}, 1, false},
       {"LENGTH shorter than the header", {Join({Message(2, 0, 0), go})}, 0, true},
   };
   Serve serve = StartServe({});
@@ -287,7 +264,8 @@ TEST(Serve, ClientsThatStopReadingOrVanishAreDroppedWithoutHoldingOthers) {
   const auto keepReading = [&reader] { reader.Drain(); };
   EXPECT_TRUE(serve.process->WaitForText(sleeper.peer() + " went: not reading", 60s, keepReading))
       << serve.process->out();
-  EXPECT_TRUE(serve.process->WaitForText(vanishing.peer() + " went:", EVENT, keepReading));
+  EXPECT_TRUE(serve.process->WaitForText(
+      vanishing.peer() + " went: closed in the middle of a message", EVENT, keepReading));
   EXPECT_TRUE(reader.Latest()) << "the reading client is still served";
   EXPECT_EQ(Count(serve.process->out(), reader.peer() + " went"), 0u) << serve.process->out();
   EXPECT_TRUE(sleeper.ClosedByServer(EVENT));
