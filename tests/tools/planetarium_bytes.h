@@ -12,7 +12,8 @@ namespace scopemount::testing {
 using Bytes = std::vector<uint8_t>;
 
 inline Bytes GotoUnits(uint32_t rightAscension, int32_t declination, int64_t time = 0) {
-  const auto bytes = cli::planetarium::Encode(cli::planetarium::Goto{time, rightAscension, declination});
+  namespace pp = cli::planetarium;
+  const auto bytes = pp::Encode(pp::Goto{time, rightAscension, declination});
   return Bytes(bytes.begin(), bytes.end());
 }
 

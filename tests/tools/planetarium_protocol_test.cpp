@@ -99,7 +99,7 @@ TEST(PlanetariumProtocol, ReaderCutsAnyStreamIntoMessages) {
   } const cases[] = {
       {"two Gotos", Join({a, b}), {1, 2}, true},
       {"unknown type between", Join({a, Message(9, 3, 5), b}), {1, 2}, true},
-      {"a CurrentPosition-sized type-0 message is no Goto", Join({Message(24, 0, 20), b}), {2}, true},
+      {"a type-0 message of 24 bytes is no Goto", Join({Message(24, 0, 20), b}), {2}, true},
       {"under-long Goto", Join({Message(8, 0, 4), a}), {1}, true},
       {"header-only message", Join({Message(4, 0, 0), a}), {1}, true},
       {"the longest message", Join({Message(65535, 9, 65531), a}), {1}, true},

@@ -76,7 +76,8 @@ class Client {
   }
 
   bool Send(const Bytes& bytes) {
-    return send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    const ssize_t sent = send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    return sent == static_cast<ssize_t>(bytes.size());
   }
 
   // The next position, or nothing if none came before the deadline (or the
@@ -230,7 +231,8 @@ TEST(Serve, CutsAnyByteStreamIntoMessages) {
     }
     if (c.dropped) {
       EXPECT_TRUE(client.ClosedByServer(EVENT));
-      EXPECT_TRUE(serve.process->WaitForText(client.peer() + " went: sent a message shorter", EVENT));
+      const std::string went = client.peer() + " went: sent a message shorter";
+      EXPECT_TRUE(serve.process->WaitForText(went, EVENT));
       continue;
     }
     // One more Goto marks the end of this case.

@@ -28,9 +28,10 @@ void Put(uint8_t* at, T value) {
 
 template <typename T>
 T Get(const uint8_t* at) {
-  std::make_unsigned_t<T> bits = 0;
+  using Unsigned = std::make_unsigned_t<T>;
+  Unsigned bits = 0;
   for (size_t i = 0; i < sizeof(T); ++i) {
-    bits |= static_cast<std::make_unsigned_t<T>>(static_cast<std::make_unsigned_t<T>>(at[i]) << (8 * i));
+    bits |= static_cast<Unsigned>(static_cast<Unsigned>(at[i]) << (8 * i));
   }
   return static_cast<T>(bits);
 }
