@@ -522,6 +522,7 @@ int RunProgram(CLI::App& app, int argc, char** argv) {
   AddMountCommands(app, ctx);
   app.add_subcommand("shell", "Read commands line by line from standard input, one connection")
       ->callback([&ctx] { RunShell(ctx); });
+  AddServeCommand(app, ctx.options, ctx.exitStatus);
   InstallInterruptHandler();
   try {
     app.parse(argc, argv);

@@ -143,6 +143,18 @@ std::optional<ObservedPlace> Observe(const Star& star, const Site& site, UtcTime
   return Observe(star.rightAscension, star.declination, 0.0, 0.0, site, when);
 }
 
+std::optional<std::pair<double, double>> CatalogueFromObserved(double hourAngle,
+                                                               double declination,
+                                                               const Site& site, UtcTime when) {
+  double rightAscension = 0, catalogueDeclination = 0;
+  // The same site, time and (absent) refraction as Observe, run backwards.
+  const int status = eraAtoc13("H", hourAngle, declination, when.jd1, when.jd2, 0.0,
+                               site.longitude, site.latitude, site.elevation, 0.0, 0.0, 0.0, 0.0,
+                               0.0, 0.55, &rightAscension, &catalogueDeclination);
+  if (status < 0) return std::nullopt;
+  return std::pair{eraAnp(rightAscension), catalogueDeclination};
+}
+
 double LocalSiderealTime(const Site& site, UtcTime when) {
   double tai1 = 0, tai2 = 0, tt1 = 0, tt2 = 0;
   eraUtctai(when.jd1, when.jd2, &tai1, &tai2);

@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <utility>
 
 namespace scopemount::cli {
 
@@ -50,6 +51,12 @@ std::optional<ObservedPlace> Observe(double rightAscension, double declination,
                                      double properMotionRa, double properMotionDec,
                                      const Site& site, UtcTime when);
 std::optional<ObservedPlace> Observe(const Star& star, const Site& site, UtcTime when);
+
+// The catalogue place (J2000 right ascension, declination) of an observed
+// hour angle and declination: the inverse of Observe, proper motion aside.
+std::optional<std::pair<double, double>> CatalogueFromObserved(double hourAngle,
+                                                               double declination,
+                                                               const Site& site, UtcTime when);
 
 // Local apparent sidereal time (radians) at the site.
 double LocalSiderealTime(const Site& site, UtcTime when);

@@ -1,0 +1,384 @@
+// `scopemount serve` run as a process, with planetarium clients written
+// here on plain sockets.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "format.h"
+#include "planetarium_bytes.h"
+#include "planetarium_protocol.h"
+#include "scopemount.h"
+#include "sky.h"
+#include "support/background_process.h"
+
+namespace {
+
+namespace pp = scopemount::cli::planetarium;
+namespace sky = scopemount::cli;
+using namespace scopemount::testing;
+using namespace std::chrono_literals;
+
+constexpr auto STARTUP = 20s;
+constexpr auto EVENT = 20s;
+// A site and the simulator every test shares.
+const std::vector<std::string> SITE = {"--lat", "51.4769", "--lon", "-0.0005", "--elev", "46"};
+
+size_t Count(const std::string& text, const std::string& part) {
+  size_t n = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+  return n;
+}
+
+// A planetarium client on a plain socket.
+class Client {
+ public:
+  // `receiveBuffer` > 0 shrinks the socket's receive buffer before connecting.
+  explicit Client(uint16_t port, int receiveBuffer = 0) {
+    fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (receiveBuffer > 0) {
+      setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+    }
+    const int on = 1;
+    setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    connected_ = connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    sockaddr_in local{};
+    socklen_t size = sizeof local;
+    getsockname(fd_, reinterpret_cast<sockaddr*>(&local), &size);
+    peer_ = "127.0.0.1:" + std::to_string(ntohs(local.sin_port));
+  }
+  ~Client() { Close(); }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  bool connected() const { return connected_; }
+  // How the server names this client.
+  const std::string& peer() const { return peer_; }
+  void Close() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+  }
+
+  bool Send(const Bytes& bytes) {
+    const ssize_t sent = send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    return sent == static_cast<ssize_t>(bytes.size());
+  }
+
+  // The next position, or nothing if none came before the deadline (or the
+  // server closed the connection).
+  std::optional<pp::CurrentPosition> Next(std::chrono::milliseconds deadline = 10s) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (pending_.size() < pp::CURRENT_POSITION_SIZE) {
+      if (eof_ || std::chrono::steady_clock::now() > end) return std::nullopt;
+      Receive(10);
+    }
+    EXPECT_EQ(pending_[0] | pending_[1] << 8, 24) << "LENGTH";
+    EXPECT_EQ(pending_[2] | pending_[3] << 8, 0) << "TYPE";
+    const pp::CurrentPosition position =
+        pp::DecodeCurrentPosition(std::span<const uint8_t, 24>(pending_.data(), 24));
+    pending_.erase(pending_.begin(), pending_.begin() + 24);
+    return position;
+  }
+  // The newest position after everything already waiting.
+  std::optional<pp::CurrentPosition> Latest() {
+    Drain();
+    return Next();
+  }
+  // Reads what has come, keeping up with the server.
+  void Drain() {
+    while (Receive(0)) {
+    }
+    pending_.erase(pending_.begin(),
+                   pending_.begin() + static_cast<std::ptrdiff_t>(pending_.size() / 24 * 24));
+  }
+  // True once the server has closed the connection.
+  bool ClosedByServer(std::chrono::milliseconds deadline) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (std::chrono::steady_clock::now() < end) {
+      if (!Receive(10) && eof_) return true;
+      pending_.clear();
+    }
+    return false;
+  }
+
+ private:
+  // False on time-out, end or error.
+  bool Receive(int timeoutMs) {
+    if (fd_ < 0 || eof_) return false;
+    pollfd p{fd_, POLLIN, 0};
+    if (poll(&p, 1, timeoutMs) <= 0) return false;
+    uint8_t buffer[4096];
+    const ssize_t n = recv(fd_, buffer, sizeof buffer, 0);
+    if (n <= 0) {
+      eof_ = true;
+      return false;
+    }
+    pending_.insert(pending_.end(), buffer, buffer + n);
+    return true;
+  }
+
+  int fd_ = -1;
+  bool connected_ = false;
+  bool eof_ = false;
+  std::string peer_;
+  Bytes pending_;
+};
+
+struct Serve {
+  std::unique_ptr<BackgroundProcess> process;
+  uint16_t port = 0;
+};
+
+Serve StartServe(std::vector<std::string> extra) {
+  std::vector<std::string> arguments = {"serve", "--listen", "127.0.0.1:0"};
+  arguments.insert(arguments.end(), SITE.begin(), SITE.end());
+  arguments.insert(arguments.end(), extra.begin(), extra.end());
+  Serve serve;
+  serve.process = std::make_unique<BackgroundProcess>(SCOPEMOUNT_CLI_PATH, arguments);
+  const std::string marker = "Listening on 127.0.0.1:";
+  const auto listening = [&marker](const std::string& out) {
+    const size_t at = out.find(marker);
+    return at != std::string::npos && out.find(" (", at) != std::string::npos;
+  };
+  if (!serve.process->WaitFor(listening, STARTUP)) {
+    ADD_FAILURE() << "serve did not start: " << serve.process->out() << serve.process->err();
+    return serve;
+  }
+  const std::string& out = serve.process->out();
+  serve.port = static_cast<uint16_t>(std::stoi(out.substr(out.find(marker) + marker.size())));
+  return serve;
+}
+
+Bytes GotoBytes(double rightAscension, double declination) {
+  return GotoUnits(pp::RightAscensionUnits(rightAscension), pp::DeclinationUnits(declination));
+}
+
+// Always below the horizon at the test site: refused, and counted by its line.
+Bytes RefusedGoto() { return GotoBytes(0.0, -80.0 / sky::DEGREES_PER_RADIAN); }
+
+TEST(Serve, EveryClientGetsThePositionAtOnceAndThenRegularly) {
+  Serve serve = StartServe({});
+  ASSERT_NE(serve.port, 0);
+  Client client(serve.port);
+  ASSERT_TRUE(client.connected());
+  const auto first = client.Next();
+  ASSERT_TRUE(first) << serve.process->out();
+  EXPECT_EQ(first->status, 0);
+  const int64_t nowUs = std::chrono::duration_cast<std::chrono::microseconds>(
+                            std::chrono::system_clock::now().time_since_epoch())
+                            .count();
+  EXPECT_LT(std::abs(first->timeMicroseconds - nowUs), 60'000'000) << "TIME is now";
+  for (int i = 0; i < 3; ++i) {
+    const auto next = client.Next();
+    ASSERT_TRUE(next) << "update " << i;
+    EXPECT_GT(next->timeMicroseconds, first->timeMicroseconds);
+  }
+  EXPECT_TRUE(serve.process->WaitForText("Client " + client.peer() + " came (1 connected)", EVENT));
+}
+
+// Byte streams a client may send, however TCP cuts them; each valid Goto
+// below the horizon prints one refusal, so the refusals count the Gotos.
+struct StreamCase {
+  const char* what;
+  std::vector<Bytes> writes;  // sent one after another, a position read between
+  size_t gotos;
+  bool dropped;
+};
+
+TEST(Serve, CutsAnyByteStreamIntoMessages) {
+  const Bytes go = RefusedGoto();
+  const Bytes head(go.begin(), go.begin() + 3), middle(go.begin() + 3, go.begin() + 11),
+      tail(go.begin() + 11, go.end());
+  const StreamCase cases[] = {
+      {"one Goto over three writes", {head, middle, tail}, 1, false},
+      {"three Gotos in one write", {Join({go, go, go})}, 3, false},
+      {"unknown type skipped by its length", {Join({Message(10, 7, 6), go})}, 1, false},
+      {"long unknown message over writes",
+       {Message(1000, 99, 500), Join({Bytes(496, 0), go})}, 1, false},
+      {"over-long Goto skipped whole", {Join({Message(28, 0, 24), go})}, 1, false},
+      {"under-long Goto skipped", {Join({Message(12, 0, 8), go})}, 1, false},
+      {"header-only message", {Join({Message(4, 5, 0), go})}, 1, false},
+      {"declination past the pole refused", {GotoUnits(0, 0x7FFFFFFF)}, 1, false},
+      {"LENGTH shorter than the header", {Join({Message(2, 0, 0), go})}, 0, true},
+  };
+  Serve serve = StartServe({});
+  ASSERT_NE(serve.port, 0);
+  const std::string refused = "GOTO refused: ";
+  size_t expected = 0;
+  for (const StreamCase& c : cases) {
+    SCOPED_TRACE(c.what);
+    Client client(serve.port);
+    ASSERT_TRUE(client.Next()) << "first position";
+    for (const Bytes& write : c.writes) {
+      ASSERT_TRUE(client.Send(write));
+      ASSERT_TRUE(c.dropped || client.Next()) << "a position between writes";
+    }
+    if (c.dropped) {
+      EXPECT_TRUE(client.ClosedByServer(EVENT));
+      const std::string went = client.peer() + " went: sent a message shorter";
+      EXPECT_TRUE(serve.process->WaitForText(went, EVENT));
+      continue;
+    }
+    // One more Goto marks the end of this case.
+    ASSERT_TRUE(client.Send(go));
+    expected += c.gotos + 1;
+    EXPECT_TRUE(serve.process->WaitFor(
+        [&](const std::string& out) { return Count(out, refused) >= expected; }, EVENT))
+        << serve.process->out();
+    EXPECT_EQ(Count(serve.process->out(), refused), expected);
+    EXPECT_TRUE(client.Next()) << "still served";
+  }
+  // The refusal is the library's own text; the mount did not move.
+  EXPECT_EQ(Count(serve.process->out(), "Target position too low (104)"), expected - 1);
+  EXPECT_EQ(Count(serve.process->out(), "(J2000) from 127.0.0.1"), expected);
+  EXPECT_EQ(Count(serve.process->out(), "GOTO started"), 0u);
+}
+
+TEST(Serve, ClientsThatStopReadingOrVanishAreDroppedWithoutHoldingOthers) {
+  // Positions every millisecond fill a non-reading client's buffers soon.
+  Serve serve = StartServe({"--interval", "0.001"});
+  ASSERT_NE(serve.port, 0);
+  Client reader(serve.port);
+  Client sleeper(serve.port, 2048);
+  Client vanishing(serve.port);
+  ASSERT_TRUE(reader.Next());
+  const Bytes go = RefusedGoto();
+  ASSERT_TRUE(vanishing.Send(Bytes(go.begin(), go.begin() + 9)));
+  // Nothing follows the half message: the server must not wait for it.
+  ASSERT_TRUE(vanishing.Next());
+  vanishing.Close();
+  const auto keepReading = [&reader] { reader.Drain(); };
+  EXPECT_TRUE(serve.process->WaitForText(sleeper.peer() + " went: not reading", 60s, keepReading))
+      << serve.process->out();
+  EXPECT_TRUE(serve.process->WaitForText(
+      vanishing.peer() + " went: closed in the middle of a message", EVENT, keepReading));
+  EXPECT_TRUE(reader.Latest()) << "the reading client is still served";
+  EXPECT_EQ(Count(serve.process->out(), reader.peer() + " went"), 0u) << serve.process->out();
+  EXPECT_TRUE(sleeper.ClosedByServer(EVENT));
+}
+
+TEST(Serve, FiftyClientsAtOnce) {
+  constexpr int CLIENTS = 50;
+  Serve serve = StartServe({});
+  ASSERT_NE(serve.port, 0);
+  std::vector<std::unique_ptr<Client>> clients;
+  for (int i = 0; i < CLIENTS; ++i) clients.push_back(std::make_unique<Client>(serve.port));
+  for (int i = 0; i < CLIENTS; ++i) {
+    ASSERT_TRUE(clients[i]->Next()) << "client " << i;
+  }
+  EXPECT_TRUE(serve.process->WaitForText("(50 connected)", EVENT));
+  clients.clear();
+  EXPECT_TRUE(serve.process->WaitForText("(0 connected)", EVENT)) << serve.process->out();
+  Client late(serve.port);
+  EXPECT_TRUE(late.Next()) << "still serving";
+}
+
+TEST(Serve, CtrlCStopsTheAxesDisconnectsAndClosesEveryConnection) {
+  Serve serve = StartServe({});
+  ASSERT_NE(serve.port, 0);
+  Client a(serve.port), b(serve.port);
+  ASSERT_TRUE(a.Next());
+  ASSERT_TRUE(b.Next());
+  serve.process->Interrupt();
+  EXPECT_TRUE(a.ClosedByServer(EVENT));
+  EXPECT_TRUE(b.ClosedByServer(EVENT));
+  EXPECT_EQ(serve.process->WaitForExit(EVENT), 0) << serve.process->err();
+  const std::string& out = serve.process->out();
+  EXPECT_NE(out.find(a.peer() + " went: the server is stopping"), std::string::npos) << out;
+  EXPECT_NE(out.find("Stopped the axes."), std::string::npos) << out;
+  EXPECT_NE(out.find("Disconnected."), std::string::npos) << out;
+}
+
+// Where a star stands in the client's frame.
+struct StarPlace {
+  const sky::Star* star;
+  double rightAscension, declination;
+};
+
+// Bright stars comfortably up at the test site now.
+std::vector<StarPlace> StarsUp(const std::string& equinox) {
+  const sky::Site site{51.4769 / sky::DEGREES_PER_RADIAN, -0.0005 / sky::DEGREES_PER_RADIAN, 46};
+  std::vector<StarPlace> up;
+  for (const sky::Star& star : sky::BrightStars()) {
+    const auto place = sky::Observe(star, site, sky::UtcNow());
+    const double altitude = place ? place->altitude * sky::DEGREES_PER_RADIAN : -90;
+    if (altitude < 25 || altitude > 70) continue;
+    if (equinox == "j2000") {
+      up.push_back({&star, star.rightAscension, star.declination});
+    } else {
+      up.push_back({&star, place->rightAscension, place->declination});
+    }
+  }
+  return up;
+}
+
+double Separation(const StarPlace& star, const pp::CurrentPosition& position) {
+  return ScopeAngularSeparation(star.rightAscension, star.declination,
+                                pp::RightAscensionRadians(position.rightAscension),
+                                pp::DeclinationRadians(position.declination));
+}
+
+// A Goto to a star's place comes back as the same place once the mount is
+// there, a newer Goto replacing a running one on the way.
+TEST(Serve, GotoComesBackAsTheSamePlaceInTheClientsFrame) {
+  constexpr double ARCMINUTE = 1.0 / 60.0 / sky::DEGREES_PER_RADIAN;
+  for (const std::string equinox : {"j2000", "jnow"}) {
+    SCOPED_TRACE(equinox);
+    Serve serve = StartServe({"--model", "6", "--equinox", equinox});
+    ASSERT_NE(serve.port, 0);
+    Client client(serve.port);
+    const auto here = client.Next();
+    ASSERT_TRUE(here);
+    // The star nearest to where the mount points keeps the real-time slew
+    // short; away from the pole, where the simulator starts, so a wrong
+    // frame or right ascension shows in full.
+    std::vector<StarPlace> up = StarsUp(equinox);
+    std::sort(up.begin(), up.end(), [&](const StarPlace& a, const StarPlace& b) {
+      return Separation(a, *here) < Separation(b, *here);
+    });
+    const auto away = std::find_if(up.begin(), up.end(), [](const StarPlace& s) {
+      return std::fabs(s.declination) < 60.0 / sky::DEGREES_PER_RADIAN;
+    });
+    ASSERT_TRUE(up.size() >= 2 && away != up.end()) << "bright stars up at the test site";
+    const StarPlace& target = *away;
+    const StarPlace& replaced = away == up.begin() ? up[1] : up[0];
+    ASSERT_TRUE(client.Send(GotoBytes(replaced.rightAscension, replaced.declination)));
+    const auto drain = [&client] { client.Drain(); };
+    ASSERT_TRUE(serve.process->WaitForText("GOTO started", EVENT, drain)) << serve.process->out();
+    ASSERT_TRUE(client.Send(GotoBytes(target.rightAscension, target.declination)));
+    ASSERT_TRUE(serve.process->WaitForText("GOTO arrived", 300s, drain)) << serve.process->out();
+    const auto there = client.Latest();
+    ASSERT_TRUE(there);
+    EXPECT_LT(Separation(target, *there), ARCMINUTE)
+        << target.star->name << " off by "
+        << Separation(target, *there) * sky::DEGREES_PER_RADIAN * 3600 << "\"\n"
+        << serve.process->out();
+    EXPECT_EQ(Count(serve.process->out(), "GOTO started"), 2u);
+    EXPECT_EQ(Count(serve.process->out(), "GOTO arrived"), 1u) << "the first GOTO was replaced";
+  }
+}
+
+TEST(Serve, BadListenAddressIsAUsageError) {
+  for (const char* listen : {"127.0.0.1:", "127.0.0.1:99999", "[::1", "256.1.1.1:5"}) {
+    BackgroundProcess p(SCOPEMOUNT_CLI_PATH, {"serve", "--listen", listen});
+    EXPECT_EQ(p.WaitForExit(EVENT), 2) << listen << ": " << p.err();
+  }
+}
+
+}  // namespace
