@@ -9,9 +9,11 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
+// Never destroyed: a detached worker may still read the clock while the
+// process exits and runs its static destructors.
 SystemClock& TheSystemClock() {
-  static SystemClock clock;
-  return clock;
+  static SystemClock* const clock = new SystemClock;
+  return *clock;
 }
 
 std::atomic<Clock*> activeClock{nullptr};

@@ -152,9 +152,11 @@ class PosixFactory final : public SerialDeviceFactory {
 
 }  // namespace
 
+// Never destroyed, like every process-wide platform object: workers may
+// outlive main.
 SerialDeviceFactory& PosixSerialDeviceFactory() {
-  static PosixFactory factory;
-  return factory;
+  static PosixFactory* const factory = new PosixFactory;
+  return *factory;
 }
 
 }  // namespace scopemount::platform

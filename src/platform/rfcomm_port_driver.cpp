@@ -72,9 +72,11 @@ class RfcommPortDriver final : public BluetoothPortDriver {
 
 }  // namespace
 
+// Never destroyed: the port bindings must outlive any thread still using
+// them while the process exits.
 BluetoothPortDriver& RfcommPortDriverInstance() {
-  static RfcommPortDriver rfcomm;
-  return rfcomm;
+  static RfcommPortDriver* const rfcomm = new RfcommPortDriver;
+  return *rfcomm;
 }
 
 }  // namespace scopemount::platform

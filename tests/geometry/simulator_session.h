@@ -12,6 +12,7 @@
 
 #include "celestial/angles.h"
 #include "interface/current_mount.h"
+#include "mount/mount.h"
 #include "mount/mount_error.h"
 #include "platform/clock.h"
 #include "scopemount.h"
@@ -148,8 +149,18 @@ class SimulatorSession {
     ScopeDisconnect();
     EXPECT_EQ(ScopeConnect(model, latitude, 100.0), SCOPE_OK);
   }
+  // Holds the mount across the disconnect and lets it go only once no
+  // worker holds it: the mount is then freed here, on the test's clock, and
+  // no worker outlives the session.
   ~SimulatorSession() {
+    Mount* mount = CurrentMount();
+    if (mount != nullptr) mount->Retain();
     ScopeDisconnect();
+    if (mount != nullptr) {
+      EXPECT_TRUE(WaitUntil([mount] { return mount->References() == 1; }))
+          << "a worker still holds the disconnected mount";
+      mount->Release();
+    }
     clock_.reset();
   }
   SimulatorSession(const SimulatorSession&) = delete;
