@@ -184,6 +184,12 @@ int32_t TestMount::StartTracking() {
   return StartEquatorialTracking(*this);
 }
 
+int32_t TestMount::StartTrackingAfter(uint32_t request) {
+  if (!IsLatestOnBothAxes(request)) return Ok;
+  if (geometry == Geometry::AltAz) return altAzTracking.Start(request);
+  return StartEquatorialTracking(*this, request);
+}
+
 int32_t TestMount::StopTracking() {
   if (geometry == Geometry::Equatorial) return Mount::StopTracking();
   // The loop's rates stay set once it has ended: stop both motors.

@@ -57,6 +57,7 @@ class TestMount : public Mount {
   // every motion as a geometry layer does.
   void ResetTransform() override;
   int32_t StartTracking() override;
+  int32_t StartTrackingAfter(uint32_t request) override;
   int32_t StopTracking() override;
   int32_t MoveAxis(uint32_t axis, double rate) override;
   int32_t GotoEquatorial(AnglePair sky) override;
