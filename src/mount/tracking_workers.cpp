@@ -67,12 +67,14 @@ uint32_t EquatorialTrackingWorker(void* parameter, uint32_t request) {
     }
     // A motion that claims the axis meanwhile ends the take-up.
     WaitOutTakeUp(mount, mount.backlashTime[0], [&mount, request] {
-      return mount.axisRunFlag[0] == 1 || mount.releasing == 1 || Superseded(mount, request);
+      return mount.axisRunFlag[0] == 1 || mount.releasing == 1 ||
+             !mount.IsLatestRequest(request, 0);
     });
     result = mount.StopAxisMotor(0);
   }
-  // A motion owns the axis (or the mount goes away): tracking does not start.
-  if (mount.axisRunFlag[0] == 1 || mount.releasing == 1 || Superseded(mount, request)) {
+  // A motion owns the axis, a newer request came for it (a stop), or the
+  // mount goes away: tracking does not start.
+  if (mount.axisRunFlag[0] == 1 || mount.releasing == 1 || !mount.IsLatestRequest(request, 0)) {
     HandBackAxes(mount);
     return static_cast<uint32_t>(result);
   }
@@ -88,6 +90,10 @@ uint32_t EquatorialTrackingWorker(void* parameter, uint32_t request) {
 }
 
 }  // namespace
+
+int32_t StartEquatorialTracking(Mount& mount) {
+  return StartEquatorialTracking(mount, mount.axisRequest[0]);
+}
 
 int32_t StartEquatorialTracking(Mount& mount, uint32_t request) {
   mount.StartWorker(&EquatorialTrackingWorker, &mount, request, platform::ThreadPriority::Normal);

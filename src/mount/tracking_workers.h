@@ -30,9 +30,12 @@ inline constexpr uint32_t TRACKING_HALT_WAIT_MS = 3000;
 // A tracking start asked for by the host rather than by a finishing slew.
 inline constexpr uint32_t NO_REQUEST = 0;
 
-// Starts the equatorial tracking worker at normal priority; Ok. A start for
-// a slew's `request` gives up when a newer request has come.
-int32_t StartEquatorialTracking(Mount& mount, uint32_t request = NO_REQUEST);
+// Starts the equatorial tracking worker at normal priority; Ok. It serves
+// `request` (a finishing slew's, or by default the latest on axis 0) and
+// gives up, ending a take-up at once, when a newer GOTO, move or stop
+// comes for axis 0.
+int32_t StartEquatorialTracking(Mount& mount);
+int32_t StartEquatorialTracking(Mount& mount, uint32_t request);
 
 struct AxisRates {
   double axis0 = 0.0;

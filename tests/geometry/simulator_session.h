@@ -141,6 +141,19 @@ inline void WaitTestTime(uint32_t ms) {
   ASSERT_TRUE(WaitUntil([&] { return Tick() - start >= ms; }, std::chrono::seconds(60)));
 }
 
+// Disconnects, holding the mount across the disconnect and letting it go
+// only once no worker holds it: the mount is then freed here, and no worker
+// outlives the caller's fast clock.
+inline void DisconnectOnceWorkersEnd() {
+  Mount* mount = CurrentMount();
+  if (mount != nullptr) mount->Retain();
+  ScopeDisconnect();
+  if (mount == nullptr) return;
+  EXPECT_TRUE(WaitUntil([mount] { return mount->References() == 1; }))
+      << "a worker still holds the disconnected mount";
+  mount->Release();
+}
+
 // A connection to one simulator on a fast clock; disconnects at the end.
 class SimulatorSession {
  public:
@@ -149,18 +162,8 @@ class SimulatorSession {
     ScopeDisconnect();
     EXPECT_EQ(ScopeConnect(model, latitude, 100.0), SCOPE_OK);
   }
-  // Holds the mount across the disconnect and lets it go only once no
-  // worker holds it: the mount is then freed here, on the test's clock, and
-  // no worker outlives the session.
   ~SimulatorSession() {
-    Mount* mount = CurrentMount();
-    if (mount != nullptr) mount->Retain();
-    ScopeDisconnect();
-    if (mount != nullptr) {
-      EXPECT_TRUE(WaitUntil([mount] { return mount->References() == 1; }))
-          << "a worker still holds the disconnected mount";
-      mount->Release();
-    }
+    DisconnectOnceWorkersEnd();
     clock_.reset();
   }
   SimulatorSession(const SimulatorSession&) = delete;
