@@ -68,9 +68,21 @@ void TestMount::Record(Command command, uint32_t axis, double value, uint32_t ti
   if (logSize_ < LOG_CAPACITY) (*log_)[logSize_++] = {command, axis, value, tick};
 }
 
+void TestMount::HoldPositionReads(bool hold) {
+  std::lock_guard lock(gateMutex_);
+  readsHold_ = hold;
+  gateOpened_.notify_all();
+}
+
 int32_t TestMount::ReadAxisPosition(uint32_t axis) {
   if (!IsValidAxis(axis)) return InvalidParameter;
   if (silent_[axis]) return NoAnswer(axis);
+  {
+    std::unique_lock gate(gateMutex_);
+    ++readsHeld_;
+    gateOpened_.wait_for(gate, std::chrono::seconds(20), [this] { return !readsHold_; });
+    --readsHeld_;
+  }
   std::lock_guard lock(mutex_);
   Rebase(axes_[axis], platform::TickCount());
   axisPosition[axis] = axes_[axis].start;

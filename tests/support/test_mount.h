@@ -14,6 +14,7 @@
 
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -78,6 +79,11 @@ class TestMount : public Mount {
   void SetSilent(uint32_t axis, bool silent) { silent_[axis] = silent; }
   // The sky position the axes point at now, by the model in force.
   AnglePair TrueSky();
+  // While held, position reads wait (at most 20 s of real time) until
+  // released: a worker can be stopped at its next read while the test
+  // issues a request. ReadsHeld counts the reads waiting now.
+  void HoldPositionReads(bool hold);
+  int ReadsHeld() const { return readsHeld_; }
   // No slew worker holds the axes any more and both run flags are free.
   bool SlewFinished() const;
   // Puts the axes somewhere without recording a command.
@@ -120,6 +126,10 @@ class TestMount : public Mount {
   std::unique_ptr<std::array<CommandRecord, LOG_CAPACITY>> log_;
   size_t logSize_ = 0;
   std::atomic<bool> silent_[AXIS_COUNT]{false, false};
+  std::mutex gateMutex_;
+  std::condition_variable gateOpened_;
+  bool readsHold_ = false;
+  std::atomic<int> readsHeld_{0};
 };
 
 // Puts TestMounts of the given geometry behind a model number while the
