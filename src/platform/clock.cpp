@@ -3,6 +3,8 @@
 #include <atomic>
 #include <thread>
 
+#include "platform/never_destroyed.h"
+
 namespace scopemount::platform {
 
 namespace {
@@ -12,8 +14,8 @@ using SteadyClock = std::chrono::steady_clock;
 // Never destroyed: a detached worker may still read the clock while the
 // process exits and runs its static destructors.
 SystemClock& TheSystemClock() {
-  static SystemClock* const clock = new SystemClock;
-  return *clock;
+  static NeverDestroyed<SystemClock> clock;
+  return clock.get();
 }
 
 std::atomic<Clock*> activeClock{nullptr};

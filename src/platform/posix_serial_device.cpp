@@ -11,6 +11,7 @@
 #include <chrono>
 
 #include "platform/clock.h"
+#include "platform/never_destroyed.h"
 #include "platform/serial_device.h"
 
 namespace scopemount::platform {
@@ -155,8 +156,8 @@ class PosixFactory final : public SerialDeviceFactory {
 // Never destroyed, like every process-wide platform object: workers may
 // outlive main.
 SerialDeviceFactory& PosixSerialDeviceFactory() {
-  static PosixFactory* const factory = new PosixFactory;
-  return *factory;
+  static NeverDestroyed<PosixFactory> factory;
+  return factory.get();
 }
 
 }  // namespace scopemount::platform
