@@ -1,7 +1,5 @@
 #include "mount/worker_hand_over.h"
 
-#include <thread>
-
 #include "platform/clock.h"
 
 namespace scopemount {
@@ -21,15 +19,19 @@ bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how) {
       mount.workerIdleEvent.Reset();
       return true;
     }
-    // Another waiter woke by the same signal and got the axes first; wait
-    // for it in turn (it resets the event in a moment).
-    std::this_thread::yield();
+    // Another waiter woke by the same signal and got the axes first: sleep
+    // until it hands them back (or the wait's time is up), then wait for
+    // the event again.
+    if (interrupt) mount.abortRequest = 1;
+    mount.motionNotice.WaitUntilTick(start + waitMs, [&mount] { return mount.axesClaimed == 0; });
+    if (interrupt) mount.abortRequest = 0;
   }
 }
 
 void HandBackAxes(Mount& mount) {
   mount.axesClaimed = 0;
   mount.workerIdleEvent.Set();
+  mount.motionNotice.Notify();
 }
 
 }  // namespace scopemount
