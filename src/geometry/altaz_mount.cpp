@@ -175,7 +175,6 @@ int32_t AltAzMount::MoveAxis(uint32_t axis, double rate) {
 int32_t AltAzMount::StopAxis(uint32_t axis) {
   if (!IsValidAxis(axis)) return InvalidParameter;
   RequestAxisStop(axis);
-  workerIdleEvent.Wait(SLEW_TAKE_OVER_WAIT_MS);
   const int32_t stopped = StopAxisMotor(axis);
   if (stopped != Ok) return stopped;
   if (axisRunFlag[0] == 0 && axisRunFlag[1] == 0 && trackingWanted != 0) StartTracking();

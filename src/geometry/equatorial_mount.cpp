@@ -184,7 +184,6 @@ int32_t EquatorialMount::StartTrackingAfter(uint32_t request) {
 int32_t EquatorialMount::StopAxis(uint32_t axis) {
   if (!IsValidAxis(axis)) return InvalidParameter;
   RequestAxisStop(axis);
-  workerIdleEvent.Wait(SLEW_TAKE_OVER_WAIT_MS);
   if (axis == 0 && trackingWanted != 0) {
     StartTracking();
     return Ok;

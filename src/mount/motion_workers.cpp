@@ -210,7 +210,7 @@ void ReclaimSlewFlags(Mount& mount, uint32_t request) {
 uint32_t EquatorialSlewWorker(void* parameter, uint32_t request) {
   Mount& mount = *static_cast<Mount*>(parameter);
   WorkerReference reference(mount);
-  if (!TakeOverAxes(mount, SLEW_TAKE_OVER_WAIT_MS, TakeOver::Interrupt)) {
+  if (!TakeOverAxes(mount, SLEW_TAKE_OVER_WAIT_MS, TakeOver::Interrupt, BOTH_AXES)) {
     LeaveUnserved(mount, request, EQUATORIAL_SLEW);
     return AxisBusy;
   }
@@ -233,7 +233,7 @@ uint32_t EquatorialSlewWorker(void* parameter, uint32_t request) {
 uint32_t AxisTargetSlewWorker(void* parameter, uint32_t request) {
   Mount& mount = *static_cast<Mount*>(parameter);
   WorkerReference reference(mount);
-  if (!TakeOverAxes(mount, SLEW_TAKE_OVER_WAIT_MS, TakeOver::Interrupt)) {
+  if (!TakeOverAxes(mount, SLEW_TAKE_OVER_WAIT_MS, TakeOver::Interrupt, BOTH_AXES)) {
     LeaveUnserved(mount, request, AXIS_TARGET_SLEW);
     return AxisBusy;
   }
@@ -253,7 +253,9 @@ template <uint32_t axis>
 uint32_t AxisMotionWorker(void* parameter, uint32_t request) {
   Mount& mount = *static_cast<Mount*>(parameter);
   WorkerReference reference(mount);
-  if (!TakeOverAxes(mount, AXIS_MOTION_TAKE_OVER_WAIT_MS, TakeOver::Interrupt)) return AxisBusy;
+  if (!TakeOverAxes(mount, AXIS_MOTION_TAKE_OVER_WAIT_MS, TakeOver::Interrupt, AxisBit(axis))) {
+    return AxisBusy;
+  }
   // Still wanted: the run flag set (a stop clears it) and no newer request
   // on the axis (its own worker comes next and does its own motion).
   const auto wanted = [&mount, request] {

@@ -247,7 +247,6 @@ int32_t Mount::MoveAxis(uint32_t axis, double rate) {
 int32_t Mount::StopAxis(uint32_t axis) {
   if (!IsValidAxis(axis)) return InvalidParameter;
   RequestAxisStop(axis);
-  workerIdleEvent.Wait(SLEW_TAKE_OVER_WAIT_MS);
   return StopAxisMotor(axis);
 }
 
@@ -500,6 +499,10 @@ void Mount::RequestAxisStop(uint32_t axis) {
   NewRequest(axis == 0, axis == 1);
   axisRunFlag[axis] = 0;
   motionNotice.Notify();
+  const uint32_t bit = 1u << axis;
+  motionNotice.WaitFor(SLEW_TAKE_OVER_WAIT_MS, [this, bit] {
+    return workerIdleEvent.IsSignalled() || (drivenAxes & bit) == 0;
+  });
 }
 
 void Mount::HaltTrackingLoopIfActive() {

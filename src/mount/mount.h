@@ -204,7 +204,9 @@ class Mount {
   // the axes (a slew finishing before it took them may have cleared it);
   // leaves it clear if a newer request has come. True when it stays set.
   bool ReclaimRunFlag(uint32_t request, uint32_t axis);
-  // StopAxis's common part: a stop request on `axis`, its run flag cleared.
+  // StopAxis's common part: a stop request on `axis`, its run flag cleared,
+  // then a wait (at most 2000 ms) until no worker drives the axis: a worker
+  // that drives only the other axis is not waited for.
   void RequestAxisStop(uint32_t axis);
   // Halts the Alt/Az tracking loop, if one runs or is starting, after a
   // motion request was registered: no loop cycle lands in the motion.
@@ -276,6 +278,8 @@ class Mount {
   // and wakes every waiter at once; this claim lets exactly one of them take
   // the axes (see TakeOverAxes).
   std::atomic<uint32_t> axesClaimed{0};
+  // The axes the worker holding them commands (bit per axis), 0 when none.
+  std::atomic<uint32_t> drivenAxes{0};
   // Worker threads started on this mount (what starting threads allocated
   // can be told apart from the library's own allocations).
   std::atomic<uint32_t> workerStarts{0};

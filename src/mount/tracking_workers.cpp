@@ -56,7 +56,9 @@ uint32_t EquatorialTrackingWorker(void* parameter, uint32_t request) {
   Mount& mount = *static_cast<Mount*>(parameter);
   WorkerReference reference(mount);
   // A running motion is allowed to finish: no abort request.
-  if (!TakeOverAxes(mount, TRACKING_TAKE_OVER_WAIT_MS, TakeOver::WaitForFinish)) return AxisBusy;
+  if (!TakeOverAxes(mount, TRACKING_TAKE_OVER_WAIT_MS, TakeOver::WaitForFinish, AxisBit(0))) {
+    return AxisBusy;
+  }
   const double rate = mount.trackingRate;
   int32_t result = Ok;
   if (NeedsBacklashTakeUp(mount, 0, rate)) {

@@ -4,7 +4,7 @@
 
 namespace scopemount {
 
-bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how) {
+bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how, uint32_t driven) {
   const bool interrupt = how == TakeOver::Interrupt;
   const uint32_t start = platform::TickCount();
   for (;;) {
@@ -16,6 +16,9 @@ bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how) {
     if (waited == platform::WaitResult::TimedOut) return false;
     uint32_t unclaimed = 0;
     if (mount.axesClaimed.compare_exchange_strong(unclaimed, 1)) {
+      // Before the reset: a stop that sees the event unsignalled also sees
+      // which axes this worker drives.
+      mount.drivenAxes = driven;
       mount.workerIdleEvent.Reset();
       return true;
     }
@@ -30,6 +33,7 @@ bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how) {
 
 void HandBackAxes(Mount& mount) {
   mount.axesClaimed = 0;
+  mount.drivenAxes = 0;
   mount.workerIdleEvent.Set();
   mount.motionNotice.Notify();
 }
