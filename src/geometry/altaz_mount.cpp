@@ -152,6 +152,10 @@ void AltAzMount::HaltTrackingIfRunning() {
 
 int32_t AltAzMount::StartTracking() { return tracking_.Start(); }
 
+int32_t AltAzMount::StartTrackingAfter(uint32_t request) {
+  return IsLatestOnBothAxes(request) ? tracking_.Start(request) : Ok;
+}
+
 // The loop leaves its last rates set when it ends, so both motors are
 // stopped whether or not it was running.
 int32_t AltAzMount::StopTracking() {
@@ -170,8 +174,7 @@ int32_t AltAzMount::MoveAxis(uint32_t axis, double rate) {
 // axis is still driven.
 int32_t AltAzMount::StopAxis(uint32_t axis) {
   if (!IsValidAxis(axis)) return InvalidParameter;
-  axisRunFlag[axis] = 0;
-  workerIdleEvent.Wait(SLEW_TAKE_OVER_WAIT_MS);
+  RequestAxisStop(axis);
   const int32_t stopped = StopAxisMotor(axis);
   if (stopped != Ok) return stopped;
   if (axisRunFlag[0] == 0 && axisRunFlag[1] == 0 && trackingWanted != 0) StartTracking();

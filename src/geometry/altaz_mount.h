@@ -32,6 +32,7 @@ class AltAzMount : public virtual Mount {
   int32_t AlignThreeStars(StarObservation first, StarObservation second,
                           StarObservation third) override;
   int32_t StartTracking() override;
+  int32_t StartTrackingAfter(uint32_t request) override;
   int32_t StopTracking() override;
   int32_t MoveAxis(uint32_t axis, double rate) override;
   int32_t StopAxis(uint32_t axis) override;

@@ -175,12 +175,15 @@ int32_t EquatorialMount::AlignThreeStars(StarObservation first, StarObservation 
 
 int32_t EquatorialMount::StartTracking() { return StartEquatorialTracking(*this); }
 
+int32_t EquatorialMount::StartTrackingAfter(uint32_t request) {
+  return IsLatestOnBothAxes(request) ? StartEquatorialTracking(*this, request) : Ok;
+}
+
 // Ending a manual motion of the hour-angle axis while tracking is wanted
 // hands that axis back to tracking instead of stopping it.
 int32_t EquatorialMount::StopAxis(uint32_t axis) {
   if (!IsValidAxis(axis)) return InvalidParameter;
-  axisRunFlag[axis] = 0;
-  workerIdleEvent.Wait(SLEW_TAKE_OVER_WAIT_MS);
+  RequestAxisStop(axis);
   if (axis == 0 && trackingWanted != 0) {
     StartTracking();
     return Ok;

@@ -32,6 +32,7 @@ class EquatorialMount : public virtual Mount {
   int32_t AlignThreeStars(StarObservation first, StarObservation second,
                           StarObservation third) override;
   int32_t StartTracking() override;
+  int32_t StartTrackingAfter(uint32_t request) override;
   int32_t StopAxis(uint32_t axis) override;
   int32_t GotoAxes(double angle0, double angle1) override;
 };

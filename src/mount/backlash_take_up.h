@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstdint>
-#include <thread>
 
 #include "mount/mount.h"
 #include "platform/clock.h"
@@ -22,13 +21,13 @@ bool NeedsBacklashTakeUp(const Mount& mount, uint32_t axis, double rate);
 // The take-up rate for a motion at `rate`: backlashRate in its direction.
 double BacklashTakeUpRate(const Mount& mount, double rate);
 
-// Keeps reading the tick count until `ms` have passed or stop() is true.
-// A take-up lasts a few hundred milliseconds at most and must end on time,
-// so it polls instead of sleeping; yielding leaves the processor to others.
-template <typename Stop>
-void PollFor(uint32_t ms, Stop&& stop) {
-  const uint32_t start = platform::TickCount();
-  while (platform::TickCount() - start < ms && !stop()) std::this_thread::yield();
+// Waits until `ms` have passed or done() holds, whichever comes first.
+// The wait sleeps on the mount's motion notice, which every change of a
+// run flag, the tracking bit or the release tells: it ends on time, or at
+// once when the worker must stop, and costs no processor time meanwhile.
+template <typename Done>
+void WaitOutTakeUp(Mount& mount, uint32_t ms, Done&& done) {
+  mount.motionNotice.WaitFor(ms, done);
 }
 
 }  // namespace scopemount

@@ -22,6 +22,11 @@ constexpr double HALF_TURN_RESERVE = 0.017453292519943295;  // 1 degree
 // failed hardware call: the cached bits would otherwise say "slewing"
 // forever and the worker would never end by itself.
 constexpr int STATUS_READ_FAILURE_LIMIT = 10;
+// The two kinds of slew, for handing an unserved request to a worker that
+// can serve it.
+constexpr uint32_t EQUATORIAL_SLEW = 0;
+constexpr uint32_t AXIS_TARGET_SLEW = 1;
+constexpr uint32_t NO_SLEW = 0;
 
 // True when the worker must give up the axes: a run flag was cleared
 // (StopAxis), another worker wants the axes, or the mount is being released.
@@ -89,6 +94,8 @@ class SkyTarget {
     sky_.lon += mount.slewLeadTime * SIDEREAL_RATE;
     return AxesOf(mount);
   }
+  // The sky target is read afresh on every pass.
+  void Renew(const Mount&) {}
 
  private:
   AnglePair AxesOf(Mount& mount) {
@@ -99,25 +106,56 @@ class SkyTarget {
   AnglePair sky_;
 };
 
-// Fixed axis angles, read once before the first pass.
+// Fixed axis angles, read once before the first pass (and again when the
+// slew takes over a newer request).
 class AxesTarget {
  public:
-  explicit AxesTarget(const Mount& mount) : axes_{mount.axisTarget[0], mount.axisTarget[1]} {}
+  explicit AxesTarget(const Mount& mount) { Renew(mount); }
   AnglePair Arrival(Mount&) const { return axes_; }
   AnglePair Command(Mount&) const { return axes_; }
+  void Renew(const Mount& mount) { axes_ = {mount.axisTarget[0], mount.axisTarget[1]}; }
 
  private:
   AnglePair axes_;
 };
+
+// A slew request whose worker could not take the axes within its wait
+// (the holder was deep in a hardware call): the holder serves it instead
+// when it sees it, so its target is not lost.
+void LeaveUnserved(Mount& mount, uint32_t request, uint32_t kind) {
+  mount.unservedSlewKind = kind;
+  mount.unservedSlew = request;
+}
+
+// The slew serving *request goes on when that is still the latest request,
+// or takes over a newer unserved slew of its kind (re-reading the target);
+// false when it must stop for a newer request.
+template <typename Target>
+bool StillServing(Mount& mount, Target& target, uint32_t* request, uint32_t kind) {
+  if (mount.IsLatestOnBothAxes(*request)) return true;
+  uint32_t unserved = mount.unservedSlew;
+  if (unserved == NO_SLEW || mount.unservedSlewKind != kind ||
+      !mount.IsLatestOnBothAxes(unserved) ||
+      !mount.unservedSlew.compare_exchange_strong(unserved, NO_SLEW)) {
+    return false;
+  }
+  *request = unserved;
+  target.Renew(mount);
+  mount.ReclaimRunFlag(unserved, 0);
+  mount.ReclaimRunFlag(unserved, 1);
+  return true;
+}
 
 // Up to six passes: measure, stop if within gotoTolerance, else command
 // both axes by the approach rules and wait until they stand. Ok on arrival
 // or after the sixth pass; UserInterrupt when told to give up;
 // NoResponseAxis1 when a command (or every status read) fails.
 template <typename Target>
-int32_t RunSlewPasses(Mount& mount, Target& target) {
+int32_t RunSlewPasses(Mount& mount, Target& target, uint32_t* request, uint32_t kind) {
   for (int pass = SLEW_PASS_COUNT; pass > 0; --pass) {
-    if (mount.releasing == 1) return AbortSlew(mount);
+    if (mount.releasing == 1 || !StillServing(mount, target, request, kind)) {
+      return AbortSlew(mount);
+    }
     mount.slewActive = 1;
     mount.trackingWanted = 0;
     const AnglePair arrival = target.Arrival(mount);
@@ -148,70 +186,95 @@ int32_t RunSlewPasses(Mount& mount, Target& target) {
   return Ok;
 }
 
-// Ends every slew that got the axes: frees the run flags unless a newer
-// worker is taking over (it relies on them), shows the mount idle and gives
-// the axes back. Idle comes first: whoever waited for the axes (a stop, a
-// newer slew) then never sees this slew as still running, and a newer
-// slew's own flag is never cleared by this one.
-void FinishSlew(Mount& mount) {
-  if (mount.abortRequest == 0) {
-    mount.axisRunFlag[0] = 0;
-    mount.axisRunFlag[1] = 0;
+// Ends every slew that got the axes: frees the run flags of the axes no
+// newer request has taken (a newer GOTO or move relies on its own), shows
+// the mount idle and gives the axes back. Idle comes first: whoever waited
+// for the axes (a stop, a newer slew) then never sees this slew as still
+// running.
+void FinishSlew(Mount& mount, uint32_t request) {
+  for (uint32_t axis = 0; axis < AXIS_COUNT; ++axis) {
+    if (mount.IsLatestRequest(request, axis)) mount.axisRunFlag[axis] = 0;
   }
   mount.slewActive = 0;
   mount.mountState = STATE_IDLE;
+  mount.motionNotice.Notify();
   HandBackAxes(mount);
 }
 
-uint32_t EquatorialSlewWorker(void* parameter) {
+// A slew that got the axes takes its run flags back (see ReclaimRunFlag).
+void ReclaimSlewFlags(Mount& mount, uint32_t request) {
+  mount.ReclaimRunFlag(request, 0);
+  mount.ReclaimRunFlag(request, 1);
+}
+
+uint32_t EquatorialSlewWorker(void* parameter, uint32_t request) {
   Mount& mount = *static_cast<Mount*>(parameter);
   WorkerReference reference(mount);
-  if (!TakeOverAxes(mount, SLEW_TAKE_OVER_WAIT_MS, TakeOver::Interrupt)) return AxisBusy;
+  if (!TakeOverAxes(mount, SLEW_TAKE_OVER_WAIT_MS, TakeOver::Interrupt, BOTH_AXES)) {
+    LeaveUnserved(mount, request, EQUATORIAL_SLEW);
+    return AxisBusy;
+  }
+  ReclaimSlewFlags(mount, request);
   int32_t result = mount.PrepareSlew();
   if (result == Ok) {
     SkyTarget target;
-    result = RunSlewPasses(mount, target);
+    result = RunSlewPasses(mount, target, &request, EQUATORIAL_SLEW);
   }
-  FinishSlew(mount);
-  if (result == Ok) {
+  FinishSlew(mount, request);
+  // Tracking only for the latest request: a GOTO issued as this one
+  // arrived owns the axes now.
+  if (result == Ok && mount.IsLatestOnBothAxes(request)) {
     mount.trackingWanted = 1;
-    result = mount.StartTracking();
+    result = mount.StartTrackingAfter(request);
   }
   return static_cast<uint32_t>(result);
 }
 
-uint32_t AxisTargetSlewWorker(void* parameter) {
+uint32_t AxisTargetSlewWorker(void* parameter, uint32_t request) {
   Mount& mount = *static_cast<Mount*>(parameter);
   WorkerReference reference(mount);
-  if (!TakeOverAxes(mount, SLEW_TAKE_OVER_WAIT_MS, TakeOver::Interrupt)) return AxisBusy;
+  if (!TakeOverAxes(mount, SLEW_TAKE_OVER_WAIT_MS, TakeOver::Interrupt, BOTH_AXES)) {
+    LeaveUnserved(mount, request, AXIS_TARGET_SLEW);
+    return AxisBusy;
+  }
+  ReclaimSlewFlags(mount, request);
   int32_t result = mount.PrepareSlew();
   if (result == Ok) {
     AxesTarget target(mount);
-    result = RunSlewPasses(mount, target);
+    result = RunSlewPasses(mount, target, &request, AXIS_TARGET_SLEW);
   }
-  FinishSlew(mount);
+  FinishSlew(mount, request);
   return static_cast<uint32_t>(result);
 }
 
 // The axis is the thread function's template argument, so starting a
 // manual motion needs nothing but the mount as parameter.
 template <uint32_t axis>
-uint32_t AxisMotionWorker(void* parameter) {
+uint32_t AxisMotionWorker(void* parameter, uint32_t request) {
   Mount& mount = *static_cast<Mount*>(parameter);
   WorkerReference reference(mount);
-  if (!TakeOverAxes(mount, AXIS_MOTION_TAKE_OVER_WAIT_MS, TakeOver::Interrupt)) return AxisBusy;
+  if (!TakeOverAxes(mount, AXIS_MOTION_TAKE_OVER_WAIT_MS, TakeOver::Interrupt, AxisBit(axis))) {
+    return AxisBusy;
+  }
+  // Still wanted: the run flag set (a stop clears it) and no newer request
+  // on the axis (its own worker comes next and does its own motion).
+  const auto wanted = [&mount, request] {
+    return mount.axisRunFlag[axis] == 1 && mount.IsLatestRequest(request, axis) &&
+           mount.releasing == 0;
+  };
+  mount.ReclaimRunFlag(request, axis);
   const double rate = mount.axisRate[axis];
   int32_t result = Ok;
-  if (NeedsBacklashTakeUp(mount, axis, rate)) {
+  if (wanted() && NeedsBacklashTakeUp(mount, axis, rate)) {
     result = mount.SetAxisRate(axis, BacklashTakeUpRate(mount, rate));
     if (result != Ok) {
       HandBackAxes(mount);
       return static_cast<uint32_t>(result);
     }
-    PollFor(mount.backlashTime[axis], [&mount] { return mount.axisRunFlag[axis] == 0; });
+    WaitOutTakeUp(mount, mount.backlashTime[axis], [&wanted] { return !wanted(); });
     mount.StopAxisMotor(axis);
   }
-  result = mount.axisRunFlag[axis] == 1 ? mount.SetAxisRate(axis, rate) : mount.StopAxisMotor(axis);
+  result = wanted() ? mount.SetAxisRate(axis, rate) : mount.StopAxisMotor(axis);
   HandBackAxes(mount);
   return static_cast<uint32_t>(result);
 }
@@ -223,8 +286,9 @@ void ReleaseRunFlags(Mount& mount) {
 
 }  // namespace
 
-int32_t StartEquatorialSlew(Mount& mount) {
-  if (!mount.StartWorker(&EquatorialSlewWorker, &mount, platform::ThreadPriority::AboveNormal)) {
+int32_t StartEquatorialSlew(Mount& mount, uint32_t request) {
+  if (!mount.StartWorker(&EquatorialSlewWorker, &mount, request,
+                         platform::ThreadPriority::AboveNormal)) {
     ReleaseRunFlags(mount);
   }
   return Ok;
@@ -232,22 +296,26 @@ int32_t StartEquatorialSlew(Mount& mount) {
 
 int32_t StartAxisTargetSlew(Mount& mount, double angle0, double angle1) {
   if (!std::isfinite(angle0) || !std::isfinite(angle1)) return InvalidParameter;
+  const uint32_t request = mount.NewRequest(true, true);
   mount.axisTarget[0] = angle0;
   mount.axisTarget[1] = angle1;
   mount.axisRunFlag[0] = 1;
   mount.axisRunFlag[1] = 1;
   mount.trackingWanted = 0;
   mount.ClearTrackingBit();
-  if (!mount.StartWorker(&AxisTargetSlewWorker, &mount, platform::ThreadPriority::AboveNormal)) {
+  mount.HaltTrackingLoopIfActive();
+  if (!mount.StartWorker(&AxisTargetSlewWorker, &mount, request,
+                         platform::ThreadPriority::AboveNormal)) {
     ReleaseRunFlags(mount);
   }
   return Ok;
 }
 
-int32_t StartAxisMotion(Mount& mount, uint32_t axis) {
+int32_t StartAxisMotion(Mount& mount, uint32_t axis, uint32_t request) {
   if (!IsValidAxis(axis)) return InvalidParameter;
-  const platform::ThreadEntry entry = axis == 0 ? &AxisMotionWorker<0> : &AxisMotionWorker<1>;
-  if (!mount.StartWorker(entry, &mount, platform::ThreadPriority::Normal)) {
+  const platform::TicketedEntry entry =
+      axis == 0 ? &AxisMotionWorker<0> : &AxisMotionWorker<1>;
+  if (!mount.StartWorker(entry, &mount, request, platform::ThreadPriority::Normal)) {
     mount.axisRunFlag[axis] = 0;
   }
   return Ok;

@@ -25,19 +25,20 @@ inline constexpr int SLEW_PASS_COUNT = 6;
 // Pause between two status polls while an axis reports slewing.
 inline constexpr uint32_t SLEW_STATUS_POLL_MS = 200;
 
-// Starts the equatorial slew toward gotoTarget (already stored with its
-// gotoStartTick and the run flags). Returns Ok; a thread that cannot be
-// started leaves the run flags cleared.
-int32_t StartEquatorialSlew(Mount& mount);
+// Starts the equatorial slew serving `request` toward gotoTarget (already
+// stored with its gotoStartTick and the run flags). Returns Ok; a thread
+// that cannot be started leaves the run flags cleared.
+int32_t StartEquatorialSlew(Mount& mount, uint32_t request);
 
-// Stores the axis targets, claims both axes for the slew (run flags set,
-// tracking bit and trackingWanted cleared) and starts the axis-target slew
+// Stores the axis targets, claims both axes for the slew (a new request,
+// run flags set, tracking bit and trackingWanted cleared, the Alt/Az
+// tracking loop halted) and starts the axis-target slew
 // worker. The geometry layers' GotoAxes and GotoHorizontal end here.
 // InvalidParameter for a target that is not finite, else Ok.
 int32_t StartAxisTargetSlew(Mount& mount, double angle0, double angle1);
 
-// Starts the axis-motion worker for `axis` (its rate already in axisRate
-// and its run flag set).
-int32_t StartAxisMotion(Mount& mount, uint32_t axis);
+// Starts the axis-motion worker serving `request` on `axis` (its rate
+// already in axisRate and its run flag set).
+int32_t StartAxisMotion(Mount& mount, uint32_t axis, uint32_t request);
 
 }  // namespace scopemount

@@ -40,6 +40,7 @@ void Mount::StopWorkersForRelease() {
   // stops both axes and ends, a backlash take-up ends early.
   axisRunFlag[0] = 0;
   axisRunFlag[1] = 0;
+  motionNotice.Notify();
   if (trackingLoop_ != nullptr) trackingLoop_->Halt();
   WaitForWorkerIdle();
 }
@@ -49,6 +50,18 @@ bool Mount::StartWorker(platform::ThreadEntry entry, void* parameter,
   if (releasing == 1) return false;
   Retain();
   if (!platform::StartThread(entry, parameter, priority)) {
+    Release();
+    return false;
+  }
+  ++workerStarts;
+  return true;
+}
+
+bool Mount::StartWorker(platform::TicketedEntry entry, void* parameter, uint32_t request,
+                        platform::ThreadPriority priority) {
+  if (releasing == 1) return false;
+  Retain();
+  if (!platform::StartThread(entry, parameter, request, priority)) {
     Release();
     return false;
   }
@@ -204,6 +217,10 @@ int32_t Mount::SetAlignmentData(const uint8_t* record) {
 
 int32_t Mount::StartTracking() { return NotImplemented; }
 
+int32_t Mount::StartTrackingAfter(uint32_t request) {
+  return IsLatestOnBothAxes(request) ? StartTracking() : Ok;
+}
+
 int32_t Mount::StopTracking() {
   if ((mountState & STATE_TRACKING) != 0) {
     StopAxisMotor(0);
@@ -219,16 +236,17 @@ int32_t Mount::MoveAxis(uint32_t axis, double rate) {
     StopAxis(axis);
     return Ok;
   }
+  const uint32_t request = NewRequest(axis == 0, axis == 1);
+  axisRate[axis] = rate;
   axisRunFlag[axis] = 1;
   ClearTrackingBit();
-  axisRate[axis] = rate;
-  return StartAxisMotion(*this, axis);
+  HaltTrackingLoopIfActive();
+  return StartAxisMotion(*this, axis, request);
 }
 
 int32_t Mount::StopAxis(uint32_t axis) {
   if (!IsValidAxis(axis)) return InvalidParameter;
-  axisRunFlag[axis] = 0;
-  workerIdleEvent.Wait(SLEW_TAKE_OVER_WAIT_MS);
+  RequestAxisStop(axis);
   return StopAxisMotor(axis);
 }
 
@@ -237,6 +255,7 @@ int32_t Mount::GotoEquatorial(AnglePair sky) {
   const double altitude = ComputeAltitude(sky);
   if (altitude > altitudeUpperLimit) return TargetTooHigh;
   if (altitude < altitudeLowerLimit) return TargetTooLow;
+  const uint32_t request = NewRequest(true, true);
   gotoTarget[0] = sky.lon;
   gotoTarget[1] = sky.lat;
   gotoStartTick = platform::TickCount();
@@ -244,7 +263,8 @@ int32_t Mount::GotoEquatorial(AnglePair sky) {
   axisRunFlag[1] = 1;
   ClearTrackingBit();
   trackingWanted = 0;
-  return StartEquatorialSlew(*this);
+  HaltTrackingLoopIfActive();
+  return StartEquatorialSlew(*this, request);
 }
 
 int32_t Mount::GotoHorizontal(double azimuth, double altitude) {
@@ -447,6 +467,46 @@ AnglePair Mount::HorizontalToEquatorial(const AnglePair& horizontalFromSouth) co
   return {hourAngle, declination};
 }
 
-void Mount::ClearTrackingBit() { mountState &= ~STATE_TRACKING; }
+void Mount::ClearTrackingBit() {
+  mountState &= ~STATE_TRACKING;
+  motionNotice.Notify();
+}
+
+// ---------------------------------------------------------------------------
+// Requests
+
+uint32_t Mount::NewRequest(bool axis0, bool axis1) {
+  uint32_t request = ++requestCount;
+  // 0 means "no request"; skip it when the count wraps.
+  if (request == 0) request = ++requestCount;
+  if (axis0) axisRequest[0] = request;
+  if (axis1) axisRequest[1] = request;
+  return request;
+}
+
+bool Mount::ReclaimRunFlag(uint32_t request, uint32_t axis) {
+  if (!IsLatestRequest(request, axis)) return axisRunFlag[axis] == 1;
+  axisRunFlag[axis] = 1;
+  // A stop that came between the test and the store wins: its number is
+  // already written, so this sees it and undoes the store.
+  if (IsLatestRequest(request, axis)) return true;
+  axisRunFlag[axis] = 0;
+  motionNotice.Notify();
+  return false;
+}
+
+void Mount::RequestAxisStop(uint32_t axis) {
+  NewRequest(axis == 0, axis == 1);
+  axisRunFlag[axis] = 0;
+  motionNotice.Notify();
+  const uint32_t bit = 1u << axis;
+  motionNotice.WaitFor(SLEW_TAKE_OVER_WAIT_MS, [this, bit] {
+    return workerIdleEvent.IsSignalled() || (drivenAxes & bit) == 0;
+  });
+}
+
+void Mount::HaltTrackingLoopIfActive() {
+  if (trackingLoop_ != nullptr && trackingLoop_->IsStartingOrRunning()) trackingLoop_->Halt();
+}
 
 }  // namespace scopemount

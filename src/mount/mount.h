@@ -23,6 +23,7 @@
 #include "mount/mount_error.h"
 #include "mount/pointing_model.h"
 #include "platform/event.h"
+#include "platform/notice.h"
 #include "platform/thread.h"
 
 namespace scopemount {
@@ -95,6 +96,10 @@ class Mount {
   // cannot be created or the mount is being released.
   bool StartWorker(platform::ThreadEntry entry, void* parameter,
                    platform::ThreadPriority priority);
+  // The same for a worker serving one request: `request` reaches the entry
+  // with the thread.
+  bool StartWorker(platform::TicketedEntry entry, void* parameter, uint32_t request,
+                   platform::ThreadPriority priority);
   // The owner's reference plus one per worker thread still running.
   uint32_t References() const { return references_.load(std::memory_order_acquire); }
   // Lets the Alt/Az tracking loop of a geometry layer be halted on release.
@@ -141,6 +146,10 @@ class Mount {
 
   // --- Motion and tracking ----------------------------------------------
   virtual int32_t StartTracking();
+  // Tracking at the end of the slew that served `request`: started only
+  // while no newer GOTO, move or stop has come, and cancelled if one comes
+  // before the tracking has taken hold.
+  virtual int32_t StartTrackingAfter(uint32_t request);
   virtual int32_t StopTracking();
   virtual int32_t MoveAxis(uint32_t axis, double rate);
   virtual int32_t StopAxis(uint32_t axis);
@@ -175,7 +184,33 @@ class Mount {
   double ComputeAzimuth(const AnglePair& sky) const;
   // From (azimuth from south, altitude) to (hour angle, declination).
   AnglePair HorizontalToEquatorial(const AnglePair& horizontalFromSouth) const;
+  // Clears the tracking bit and tells the waiting workers.
   void ClearTrackingBit();
+
+  // --- Requests -------------------------------------------------------------
+  // Every GOTO, manual move and stop is a request with a number of its own,
+  // written into axisRequest of each axis it concerns before it touches a
+  // run flag. A worker acts (clears run flags, starts tracking, commands an
+  // axis) only for its own request: one that finishes just as a newer
+  // request arrives leaves the newer one alone.
+  uint32_t NewRequest(bool axis0, bool axis1);
+  bool IsLatestRequest(uint32_t request, uint32_t axis) const {
+    return axisRequest[axis].load() == request;
+  }
+  bool IsLatestOnBothAxes(uint32_t request) const {
+    return IsLatestRequest(request, 0) && IsLatestRequest(request, 1);
+  }
+  // Sets the run flag of `axis` for the worker of `request` once it holds
+  // the axes (a slew finishing before it took them may have cleared it);
+  // leaves it clear if a newer request has come. True when it stays set.
+  bool ReclaimRunFlag(uint32_t request, uint32_t axis);
+  // StopAxis's common part: a stop request on `axis`, its run flag cleared,
+  // then a wait (at most 2000 ms) until no worker drives the axis: a worker
+  // that drives only the other axis is not waited for.
+  void RequestAxisStop(uint32_t axis);
+  // Halts the Alt/Az tracking loop, if one runs or is starting, after a
+  // motion request was registered: no loop cycle lands in the motion.
+  void HaltTrackingLoopIfActive();
 
   // --- Shared state (defaults set by the constructor) --------------------
   std::atomic<double> latitude{DEFAULT_LATITUDE};
@@ -202,6 +237,17 @@ class Mount {
 
   // The hand-over between callers and workers.
   std::atomic<uint32_t> axisRunFlag[AXIS_COUNT]{0, 0};
+  // The number of the latest request on each axis (see NewRequest); 0
+  // before any.
+  std::atomic<uint32_t> axisRequest[AXIS_COUNT]{0, 0};
+  std::atomic<uint32_t> requestCount{0};
+  // Told whenever a run flag, the tracking bit or `releasing` changes:
+  // backlash take-ups sleep on it until their time is up or they must end.
+  platform::Notice motionNotice;
+  // A slew request whose worker gave up waiting for the axes, and its kind:
+  // the worker holding them takes it over (0: none).
+  std::atomic<uint32_t> unservedSlew{0};
+  std::atomic<uint32_t> unservedSlewKind{0};
   platform::Event workerIdleEvent{/*manualReset=*/true, /*initiallySignalled=*/true};
   std::atomic<uint32_t> slewActive{0};
   std::atomic<uint32_t> abortRequest{0};
@@ -232,6 +278,8 @@ class Mount {
   // and wakes every waiter at once; this claim lets exactly one of them take
   // the axes (see TakeOverAxes).
   std::atomic<uint32_t> axesClaimed{0};
+  // The axes the worker holding them commands (bit per axis), 0 when none.
+  std::atomic<uint32_t> drivenAxes{0};
   // Worker threads started on this mount (what starting threads allocated
   // can be told apart from the library's own allocations).
   std::atomic<uint32_t> workerStarts{0};

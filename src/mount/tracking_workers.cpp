@@ -46,11 +46,19 @@ double WithoutReversal(double nominal, double correcting) {
 
 bool TrackingBitSet(const Mount& mount) { return (mount.mountState & STATE_TRACKING) != 0; }
 
-uint32_t EquatorialTrackingWorker(void* parameter) {
+// A tracking start for `request` (NO_REQUEST: asked for by the host, not
+// by a slew) that a newer GOTO, move or stop has made stale.
+bool Superseded(const Mount& mount, uint32_t request) {
+  return request != NO_REQUEST && !mount.IsLatestOnBothAxes(request);
+}
+
+uint32_t EquatorialTrackingWorker(void* parameter, uint32_t request) {
   Mount& mount = *static_cast<Mount*>(parameter);
   WorkerReference reference(mount);
   // A running motion is allowed to finish: no abort request.
-  if (!TakeOverAxes(mount, TRACKING_TAKE_OVER_WAIT_MS, TakeOver::WaitForFinish)) return AxisBusy;
+  if (!TakeOverAxes(mount, TRACKING_TAKE_OVER_WAIT_MS, TakeOver::WaitForFinish, AxisBit(0))) {
+    return AxisBusy;
+  }
   const double rate = mount.trackingRate;
   int32_t result = Ok;
   if (NeedsBacklashTakeUp(mount, 0, rate)) {
@@ -60,12 +68,15 @@ uint32_t EquatorialTrackingWorker(void* parameter) {
       return static_cast<uint32_t>(result);
     }
     // A motion that claims the axis meanwhile ends the take-up.
-    PollFor(mount.backlashTime[0],
-            [&mount] { return mount.axisRunFlag[0] == 1 || mount.releasing == 1; });
+    WaitOutTakeUp(mount, mount.backlashTime[0], [&mount, request] {
+      return mount.axisRunFlag[0] == 1 || mount.releasing == 1 ||
+             !mount.IsLatestRequest(request, 0);
+    });
     result = mount.StopAxisMotor(0);
   }
-  // A motion owns the axis (or the mount goes away): tracking does not start.
-  if (mount.axisRunFlag[0] == 1 || mount.releasing == 1) {
+  // A motion owns the axis, a newer request came for it (a stop), or the
+  // mount goes away: tracking does not start.
+  if (mount.axisRunFlag[0] == 1 || mount.releasing == 1 || !mount.IsLatestRequest(request, 0)) {
     HandBackAxes(mount);
     return static_cast<uint32_t>(result);
   }
@@ -83,7 +94,11 @@ uint32_t EquatorialTrackingWorker(void* parameter) {
 }  // namespace
 
 int32_t StartEquatorialTracking(Mount& mount) {
-  mount.StartWorker(&EquatorialTrackingWorker, &mount, platform::ThreadPriority::Normal);
+  return StartEquatorialTracking(mount, mount.axisRequest[0]);
+}
+
+int32_t StartEquatorialTracking(Mount& mount, uint32_t request) {
+  mount.StartWorker(&EquatorialTrackingWorker, &mount, request, platform::ThreadPriority::Normal);
   return Ok;
 }
 
@@ -97,10 +112,10 @@ AxisRates AltAzClosedFormRates(double latitude, double azimuth, double altitude)
 
 AltAzTracking::AltAzTracking(Mount& mount) : mount_(mount) { mount.AttachTrackingLoop(this); }
 
-int32_t AltAzTracking::Start() {
+int32_t AltAzTracking::Start(uint32_t request) {
   idle_.Reset();
   ++startsRequested_;
-  if (!mount_.StartWorker(&Starter, this, platform::ThreadPriority::Highest)) {
+  if (!mount_.StartWorker(&Starter, this, request, platform::ThreadPriority::Highest)) {
     ++startersRun_;  // this request will have no starter
     SignalIdleUnlessRunning();
   }
@@ -108,10 +123,17 @@ int32_t AltAzTracking::Start() {
 }
 
 void AltAzTracking::Halt() {
+  ++haltsInProgress_;
   haltedAfter_ = startsRequested_.load();
   mount_.ClearTrackingBit();
   wake_.Set();
   idle_.Wait(TRACKING_HALT_WAIT_MS);
+  --haltsInProgress_;
+}
+
+bool AltAzTracking::StartCancelled(uint32_t ticket, uint32_t request) const {
+  return mount_.releasing == 1 || ticket <= haltedAfter_ || haltsInProgress_ != 0 ||
+         Superseded(mount_, request);
 }
 
 void AltAzTracking::SignalIdleUnlessRunning() {
@@ -126,12 +148,12 @@ void AltAzTracking::Anchor() {
   mount_.trackStartTick = platform::TickCount();
 }
 
-uint32_t AltAzTracking::Starter(void* parameter) {
+uint32_t AltAzTracking::Starter(void* parameter, uint32_t request) {
   AltAzTracking& tracking = *static_cast<AltAzTracking*>(parameter);
   Mount& mount = tracking.mount_;
   WorkerReference reference(mount);
   const uint32_t ticket = ++tracking.startersRun_;
-  if (mount.releasing == 1 || ticket <= tracking.haltedAfter_) {
+  if (tracking.StartCancelled(ticket, request)) {
     tracking.SignalIdleUnlessRunning();
     return Ok;
   }
@@ -139,9 +161,10 @@ uint32_t AltAzTracking::Starter(void* parameter) {
   // Set also when the loop runs: a halt since its last start cleared it, and
   // a woken loop without it would end.
   mount.mountState = STATE_TRACKING;
-  // A halt that came between the check above and the line before has
-  // already cleared the bit, or this sees it now: either way it wins.
-  if (ticket <= tracking.haltedAfter_) {
+  // A halt or a newer motion request that came between the check above and
+  // the line before has already cleared the bit, or this sees it now:
+  // either way it wins.
+  if (tracking.StartCancelled(ticket, request)) {
     mount.ClearTrackingBit();
     tracking.SignalIdleUnlessRunning();
     return Ok;
@@ -173,6 +196,8 @@ uint32_t AltAzTracking::Loop(void* parameter) {
     if (!TrackingBitSet(mount) || mount.releasing == 1) break;
     result = tracking.RunCycle();
     if (result != Ok) break;
+    // A halt during the cycle has set wake_ as well; the wait above then
+    // returns at once and the loop ends.
   }
   // Also after a failed take-up command: a loop that ended without saying
   // so would make every later halt wait its full time and every later start
@@ -192,6 +217,8 @@ int32_t AltAzTracking::RunCycle() {
   }
   const int32_t takenUp = TakeUpBacklash(rates);
   if (takenUp != Ok) return takenUp;
+  // Halted during the cycle: a motion may own the axes already.
+  if (!TrackingBitSet(mount_)) return Ok;
   // A failure only skips the rest of this cycle.
   if (mount_.SetAxisRate(0, rates.axis0) == Ok) mount_.SetAxisRate(1, rates.axis1);
   return Ok;
@@ -259,6 +286,12 @@ int32_t AltAzTracking::TakeUpBacklash(const AxisRates& rates) {
   }
   if (!takingUp[0] && !takingUp[1]) return Ok;
   for (;;) {
+    // Sleep until the nearer deadline, or until a halt clears the bit.
+    const uint32_t next = !takingUp[0]   ? deadline[1]
+                          : !takingUp[1] ? deadline[0]
+                          : static_cast<int32_t>(deadline[0] - deadline[1]) < 0 ? deadline[0]
+                                                                                : deadline[1];
+    mount_.motionNotice.WaitUntilTick(next, [this] { return !TrackingBitSet(mount_); });
     const uint32_t now = platform::TickCount();
     for (uint32_t axis = 0; axis < AXIS_COUNT; ++axis) {
       if (!takingUp[axis] || static_cast<int32_t>(now - deadline[axis]) < 0) continue;
@@ -273,7 +306,6 @@ int32_t AltAzTracking::TakeUpBacklash(const AxisRates& rates) {
       mount_.StopAxisMotor(1);
       break;
     }
-    std::this_thread::yield();
   }
   Anchor();
   return Ok;

@@ -27,8 +27,15 @@ inline constexpr uint32_t UNALIGNED_TRACKING_PERIOD_MS = 10000;
 // How long a halt waits for the Alt/Az loop to end.
 inline constexpr uint32_t TRACKING_HALT_WAIT_MS = 3000;
 
-// Starts the equatorial tracking worker at normal priority; Ok.
+// A tracking start asked for by the host rather than by a finishing slew.
+inline constexpr uint32_t NO_REQUEST = 0;
+
+// Starts the equatorial tracking worker at normal priority; Ok. It serves
+// `request` (a finishing slew's, or by default the latest on axis 0) and
+// gives up, ending a take-up at once, when a newer GOTO, move or stop
+// comes for axis 0.
 int32_t StartEquatorialTracking(Mount& mount);
+int32_t StartEquatorialTracking(Mount& mount, uint32_t request);
 
 struct AxisRates {
   double axis0 = 0.0;
@@ -50,8 +57,10 @@ class AltAzTracking {
 
   // The Alt/Az StartTracking: starts the starter thread at the highest
   // priority, which anchors the current position and creates or wakes the
-  // loop. Ok, also when no thread could be started.
-  int32_t Start();
+  // loop. Ok, also when no thread could be started. A start for a slew's
+  // `request` is cancelled when a newer request comes before it takes hold;
+  // any start is cancelled by a halt that comes before it takes hold.
+  int32_t Start(uint32_t request = NO_REQUEST);
   // Clears the tracking bit, wakes the loop and waits at most 3000 ms for it
   // to end.
   void Halt();
@@ -69,7 +78,11 @@ class AltAzTracking {
   int32_t RunCycle();
 
  private:
-  static uint32_t Starter(void* parameter);
+  static uint32_t Starter(void* parameter, uint32_t request);
+  // The starter with `ticket` (its place among starts) for `request` must
+  // not start tracking: the mount goes, a halt came after it was asked for
+  // or is under way, or a newer motion request came.
+  bool StartCancelled(uint32_t ticket, uint32_t request) const;
   static uint32_t Loop(void* parameter);
 
   void Anchor();
@@ -92,6 +105,10 @@ class AltAzTracking {
   std::atomic<uint32_t> startsRequested_{0};
   std::atomic<uint32_t> startersRun_{0};
   std::atomic<uint32_t> haltedAfter_{0};
+  // Halts waiting for the loop right now: a starter that runs meanwhile
+  // (from a slew finishing on another thread) gives up, so the halt never
+  // waits out its time for a loop started behind its back.
+  std::atomic<uint32_t> haltsInProgress_{0};
 };
 
 }  // namespace scopemount

@@ -1,12 +1,10 @@
 #include "mount/worker_hand_over.h"
 
-#include <thread>
-
 #include "platform/clock.h"
 
 namespace scopemount {
 
-bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how) {
+bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how, uint32_t driven) {
   const bool interrupt = how == TakeOver::Interrupt;
   const uint32_t start = platform::TickCount();
   for (;;) {
@@ -18,18 +16,26 @@ bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how) {
     if (waited == platform::WaitResult::TimedOut) return false;
     uint32_t unclaimed = 0;
     if (mount.axesClaimed.compare_exchange_strong(unclaimed, 1)) {
+      // Before the reset: a stop that sees the event unsignalled also sees
+      // which axes this worker drives.
+      mount.drivenAxes = driven;
       mount.workerIdleEvent.Reset();
       return true;
     }
-    // Another waiter woke by the same signal and got the axes first; wait
-    // for it in turn (it resets the event in a moment).
-    std::this_thread::yield();
+    // Another waiter woke by the same signal and got the axes first: sleep
+    // until it hands them back (or the wait's time is up), then wait for
+    // the event again.
+    if (interrupt) mount.abortRequest = 1;
+    mount.motionNotice.WaitUntilTick(start + waitMs, [&mount] { return mount.axesClaimed == 0; });
+    if (interrupt) mount.abortRequest = 0;
   }
 }
 
 void HandBackAxes(Mount& mount) {
   mount.axesClaimed = 0;
+  mount.drivenAxes = 0;
   mount.workerIdleEvent.Set();
+  mount.motionNotice.Notify();
 }
 
 }  // namespace scopemount

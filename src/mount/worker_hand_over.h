@@ -16,7 +16,12 @@ enum class TakeOver { Interrupt, WaitForFinish };
 // the wait when interrupting), then claims the axes and resets the event.
 // False when the wait timed out: nothing was touched, the worker ends with
 // AxisBusy.
-bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how);
+// `driven` is the mask of the axes the worker will command (bit 0 for axis
+// 0, bit 1 for axis 1): a stop of another axis need not wait for it.
+bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how, uint32_t driven);
+
+inline constexpr uint32_t AxisBit(uint32_t axis) { return 1u << axis; }
+inline constexpr uint32_t BOTH_AXES = 3u;
 
 // Gives the axes back: exactly once per successful TakeOverAxes.
 void HandBackAxes(Mount& mount);

@@ -3,15 +3,19 @@
 #include <atomic>
 #include <thread>
 
+#include "platform/never_destroyed.h"
+
 namespace scopemount::platform {
 
 namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
+// Never destroyed: a detached worker may still read the clock while the
+// process exits and runs its static destructors.
 SystemClock& TheSystemClock() {
-  static SystemClock clock;
-  return clock;
+  static NeverDestroyed<SystemClock> clock;
+  return clock.get();
 }
 
 std::atomic<Clock*> activeClock{nullptr};

@@ -11,6 +11,7 @@
 #include <chrono>
 
 #include "platform/clock.h"
+#include "platform/never_destroyed.h"
 #include "platform/serial_device.h"
 
 namespace scopemount::platform {
@@ -156,9 +157,11 @@ class PosixFactory final : public SerialDeviceFactory {
 
 }  // namespace
 
+// Never destroyed, like every process-wide platform object: workers may
+// outlive main.
 SerialDeviceFactory& PosixSerialDeviceFactory() {
-  static PosixFactory factory;
-  return factory;
+  static NeverDestroyed<PosixFactory> factory;
+  return factory.get();
 }
 
 }  // namespace scopemount::platform

@@ -12,6 +12,7 @@
 #include <cstdio>
 
 #include "platform/bluetooth_port_driver.h"
+#include "platform/never_destroyed.h"
 
 namespace scopemount::platform {
 
@@ -72,9 +73,11 @@ class RfcommPortDriver final : public BluetoothPortDriver {
 
 }  // namespace
 
+// Never destroyed: the port bindings must outlive any thread still using
+// them while the process exits.
 BluetoothPortDriver& RfcommPortDriverInstance() {
-  static RfcommPortDriver rfcomm;
-  return rfcomm;
+  static NeverDestroyed<RfcommPortDriver> rfcomm;
+  return rfcomm.get();
 }
 
 }  // namespace scopemount::platform

@@ -47,4 +47,16 @@ bool StartThread(ThreadEntry entry, void* parameter, ThreadPriority priority) {
   }
 }
 
+bool StartThread(TicketedEntry entry, void* parameter, uint32_t ticket, ThreadPriority priority) {
+  try {
+    std::thread([entry, parameter, ticket, priority] {
+      ApplyPriority(priority);
+      entry(parameter, ticket);
+    }).detach();
+    return true;
+  } catch (const std::system_error&) {
+    return false;
+  }
+}
+
 }  // namespace scopemount::platform

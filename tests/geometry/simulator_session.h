@@ -12,6 +12,7 @@
 
 #include "celestial/angles.h"
 #include "interface/current_mount.h"
+#include "mount/mount.h"
 #include "mount/mount_error.h"
 #include "platform/clock.h"
 #include "scopemount.h"
@@ -138,6 +139,19 @@ inline void WaitTestTime(uint32_t ms) {
   ASSERT_TRUE(WaitUntil([&] { return Tick() - start >= ms; }, std::chrono::seconds(60)));
 }
 
+// Disconnects, holding the mount across the disconnect and letting it go
+// only once no worker holds it: the mount is then freed here, and no worker
+// outlives the caller's fast clock.
+inline void DisconnectOnceWorkersEnd() {
+  Mount* mount = CurrentMount();
+  if (mount != nullptr) mount->Retain();
+  ScopeDisconnect();
+  if (mount == nullptr) return;
+  EXPECT_TRUE(WaitUntil([mount] { return mount->References() == 1; }))
+      << "a worker still holds the disconnected mount";
+  mount->Release();
+}
+
 // A connection to one simulator on a fast clock; disconnects at the end.
 class SimulatorSession {
  public:
@@ -147,7 +161,7 @@ class SimulatorSession {
     EXPECT_EQ(ScopeConnect(model, latitude, 100.0), SCOPE_OK);
   }
   ~SimulatorSession() {
-    ScopeDisconnect();
+    DisconnectOnceWorkersEnd();
     clock_.reset();
   }
   SimulatorSession(const SimulatorSession&) = delete;

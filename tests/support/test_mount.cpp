@@ -69,9 +69,21 @@ void TestMount::Record(Command command, uint32_t axis, double value, uint32_t ti
   if (logSize_ < LOG_CAPACITY) (*log_)[logSize_++] = {command, axis, value, tick, failed};
 }
 
+void TestMount::HoldPositionReads(bool hold) {
+  std::lock_guard lock(gateMutex_);
+  readsHold_ = hold;
+  gateOpened_.notify_all();
+}
+
 int32_t TestMount::ReadAxisPosition(uint32_t axis) {
   if (!IsValidAxis(axis)) return InvalidParameter;
   if (silent_[axis]) return NoAnswer(axis);
+  {
+    std::unique_lock gate(gateMutex_);
+    ++readsHeld_;
+    gateOpened_.wait_for(gate, std::chrono::seconds(20), [this] { return !readsHold_; });
+    --readsHeld_;
+  }
   std::lock_guard lock(mutex_);
   if (positionReadFailures_[axis] > 0) {
     --positionReadFailures_[axis];
@@ -194,6 +206,12 @@ void TestMount::HaltAltAzTracking() {
 int32_t TestMount::StartTracking() {
   if (geometry == Geometry::AltAz) return altAzTracking.Start();
   return StartEquatorialTracking(*this);
+}
+
+int32_t TestMount::StartTrackingAfter(uint32_t request) {
+  if (!IsLatestOnBothAxes(request)) return Ok;
+  if (geometry == Geometry::AltAz) return altAzTracking.Start(request);
+  return StartEquatorialTracking(*this, request);
 }
 
 int32_t TestMount::StopTracking() {

@@ -14,6 +14,7 @@
 
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -58,6 +59,7 @@ class TestMount : public Mount {
   // every motion as a geometry layer does.
   void ResetTransform() override;
   int32_t StartTracking() override;
+  int32_t StartTrackingAfter(uint32_t request) override;
   int32_t StopTracking() override;
   int32_t MoveAxis(uint32_t axis, double rate) override;
   int32_t GotoEquatorial(AnglePair sky) override;
@@ -83,6 +85,11 @@ class TestMount : public Mount {
   void FailPositionReads(uint32_t axis, uint32_t count);
   // The sky position the axes point at now, by the model in force.
   AnglePair TrueSky();
+  // While held, position reads wait (at most 20 s of real time) until
+  // released: a worker can be stopped at its next read while the test
+  // issues a request. ReadsHeld counts the reads waiting now.
+  void HoldPositionReads(bool hold);
+  int ReadsHeld() const { return readsHeld_; }
   // No slew worker holds the axes any more and both run flags are free.
   bool SlewFinished() const;
   // Puts the axes somewhere without recording a command.
@@ -130,6 +137,10 @@ class TestMount : public Mount {
   uint32_t ratesBeforeFailure_[AXIS_COUNT]{0, 0};
   uint32_t rateFailures_[AXIS_COUNT]{0, 0};
   uint32_t positionReadFailures_[AXIS_COUNT]{0, 0};
+  std::mutex gateMutex_;
+  std::condition_variable gateOpened_;
+  bool readsHold_ = false;
+  std::atomic<int> readsHeld_{0};
 };
 
 // Puts TestMounts of the given geometry behind a model number while the

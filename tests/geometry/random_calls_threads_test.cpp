@@ -1,0 +1,215 @@
+// A seeded random sequence of exported calls from one caller thread, the
+// way a careless host might make them: both simulators, connects and
+// disconnects mixed in, motions started and stopped while others run, and
+// hostile arguments (NaN, infinities, huge angles, axes past 1, null
+// pointers) among ordinary ones. Every call must return, and the library
+// must still work at the end. Each call's length on the test clock is
+// noted and the slowest is reported: no call should wait out a worker's
+// full time-out.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <string>
+
+#include "geometry/simulator_session.h"
+
+namespace scopemount::testing {
+namespace {
+
+constexpr double CLOCK_SPEED = 20.0;
+constexpr int CALLS_PER_SEED = 400;
+constexpr uint32_t SEEDS[] = {1, 2, 3, 4, 5, 6, 7, 8};
+
+constexpr double HOSTILE[] = {std::numeric_limits<double>::quiet_NaN(),
+                              std::numeric_limits<double>::infinity(),
+                              -std::numeric_limits<double>::infinity(),
+                              1e300,
+                              -1e300,
+                              std::numeric_limits<double>::denorm_min(),
+                              0.0,
+                              100.0};
+
+class Caller {
+ public:
+  explicit Caller(uint32_t seed) : random_(seed) {}
+
+  // One call chosen at random; its name is left in `name`.
+  void CallOne(std::string* name) {
+    switch (Pick(26)) {
+      case 0: *name = "Connect"; ScopeConnect(Model(), Angle(HALF_PI), Number(9000)); break;
+      case 1: *name = "Disconnect"; if (Pick(6) == 0) ScopeDisconnect(); break;
+      case 2: *name = "SetSite"; ScopeSetSite(Angle(HALF_PI), Number(9000)); break;
+      case 3: *name = "GotoEquatorial"; ScopeGotoEquatorial(Angle(PI), Angle(HALF_PI)); break;
+      case 4: *name = "GotoHorizontal"; ScopeGotoHorizontal(Angle(PI), Angle(HALF_PI)); break;
+      case 5: *name = "GotoAxes"; ScopeGotoAxes(Angle(PI), Angle(PI)); break;
+      case 6:
+        *name = "GotoOffset";
+        ScopeGotoOffset(Angle(PI), Angle(HALF_PI), Angle(0.1), Angle(0.1));
+        break;
+      case 7: *name = "MoveAxis"; ScopeMoveAxis(Axis(), Angle(0.02)); break;
+      case 8: *name = "StopAxis"; ScopeStopAxis(Axis()); break;
+      case 9: *name = "SlewAxis"; ScopeSlewAxis(Axis(), Angle(PI)); break;
+      case 10: *name = "SetTracking"; ScopeSetTracking(Pick(4) == 0 ? 7u : Pick(2)); break;
+      case 11: *name = "SetTrackingRate"; ScopeSetTrackingRate(static_cast<int32_t>(Pick(5)) - 1); break;
+      case 12: *name = "SetBacklash"; ScopeSetBacklash(Axis(), Angle(0.03)); break;
+      case 13: *name = "SetGuideRate"; ScopeSetGuideRate(Axis(), Angle(SIDEREAL_RATE)); break;
+      case 14: *name = "SetAltitudeLimits"; ScopeSetAltitudeLimits(Angle(0.5), Angle(1.5)); break;
+      case 15: *name = "SyncAxis"; ScopeSyncAxis(Axis(), Angle(PI)); break;
+      case 16: *name = "SyncHome"; ScopeSyncHome(); break;
+      case 17:
+        *name = "SetSlewParameters";
+        ScopeSetSlewParameters(Angle(0.05), Angle(0.05), Angle(0.001), Angle(3.0));
+        break;
+      case 18: *name = "Align"; Align(); break;
+      case 19: *name = "Rate"; Rate(); break;
+      case 20: *name = "AlignmentData"; AlignmentData(); break;
+      case 21: *name = "Positions"; Positions(); break;
+      case 22: *name = "Status"; Status(); break;
+      case 23: *name = "Texts"; Texts(); break;
+      case 24: *name = "Calculations"; Calculations(); break;
+      default: *name = "Settings"; Settings(); break;
+    }
+  }
+
+ private:
+  uint32_t Pick(uint32_t n) { return std::uniform_int_distribution<uint32_t>(0, n - 1)(random_); }
+  bool Hostile() { return Pick(5) == 0; }
+  double Number(double range) {
+    if (Hostile()) return HOSTILE[Pick(std::size(HOSTILE))];
+    return std::uniform_real_distribution<double>(-range, range)(random_);
+  }
+  double Angle(double range) { return Number(range); }
+  uint32_t Axis() { return Hostile() ? (Pick(2) == 0 ? 2u : 0xFFFFFFFFu) : Pick(2); }
+  int32_t Model() {
+    if (Hostile()) return Pick(2) == 0 ? -1 : static_cast<int32_t>(Pick(14));
+    return Pick(2) == 0 ? SCOPE_MODEL_EQUATORIAL_SIMULATOR : SCOPE_MODEL_ALTAZ_SIMULATOR;
+  }
+  // A buffer, or null now and then.
+  template <typename T>
+  T* Maybe(T* buffer) { return Hostile() ? nullptr : buffer; }
+  void FillStar(double* star) {
+    for (int i = 0; i < 4; ++i) star[i] = Angle(i % 2 == 0 ? PI : HALF_PI);
+  }
+
+  void Align() {
+    double a[4], b[4], c[4];
+    FillStar(a);
+    FillStar(b);
+    FillStar(c);
+    switch (Pick(4)) {
+      case 0: ScopeAlignOneStar(Maybe(a)); break;
+      case 1: ScopeAlignTwoStars(Maybe(a), Maybe(b)); break;
+      case 2: ScopeAlignThreeStars(Maybe(a), b, Maybe(c)); break;
+      default: ScopeResetAlignment(Angle(0.01), Angle(0.01)); break;
+    }
+  }
+  void Rate() {
+    double a[2] = {Angle(PI), Angle(HALF_PI)};
+    double b[2] = {Angle(PI), Angle(HALF_PI)};
+    double c[2] = {Angle(PI), Angle(HALF_PI)};
+    switch (Pick(3)) {
+      case 0: ScopeRateFirstStar(Maybe(a)); break;
+      case 1: ScopeRateSecondStar(a, Maybe(b), static_cast<int32_t>(Pick(3))); break;
+      default: ScopeRateThirdStar(a, b, Maybe(c)); break;
+    }
+  }
+  void AlignmentData() {
+    unsigned char record[SCOPE_ALIGNMENT_RECORD_SIZE] = {};
+    ScopeGetAlignmentData(Maybe(record));
+    if (Pick(3) == 0) record[Pick(SCOPE_ALIGNMENT_RECORD_SIZE)] ^= 0x5A;
+    ScopeSetAlignmentData(Maybe(record));
+  }
+  void Positions() {
+    double pair[2];
+    double one = 0.0;
+    ScopeGetAxisPosition(Axis(), Maybe(&one));
+    ScopeGetAxisPositions(Maybe(pair));
+    ScopeGetSkyPosition(Maybe(pair));
+    ScopeGetHorizontalPosition(Maybe(pair));
+    ScopeSkyToAxes(Angle(PI), Angle(HALF_PI), Maybe(pair));
+  }
+  void Status() {
+    uint32_t word = 0;
+    double misalignment = 0.0, cone = 0.0, nonPerp = 0.0;
+    ScopeGetAxisStatus(Axis(), Maybe(&word));
+    ScopeGetMountStatus(Maybe(&word));
+    ScopeGetAlignmentQuality(Maybe(&misalignment));
+    ScopeGetPointingTerms(Maybe(&cone), Maybe(&nonPerp));
+    ScopeIsEquatorial();
+  }
+  void Texts() {
+    ScopeChar16 text[SCOPE_TEXT_BUFFER_UNITS];
+    ScopeGetErrorText(static_cast<int32_t>(Pick(500)) - 50, Maybe(text));
+    ScopeGetModelName(static_cast<int32_t>(Pick(16)) - 2, Maybe(text));
+  }
+  void Calculations() {
+    SYSTEMTIME time{static_cast<uint16_t>(Pick(65536)), static_cast<uint16_t>(Pick(14)), 0,
+                    static_cast<uint16_t>(Pick(33)), static_cast<uint16_t>(Pick(25)),
+                    static_cast<uint16_t>(Pick(61)), static_cast<uint16_t>(Pick(61)),
+                    static_cast<uint16_t>(Pick(1001))};
+    ScopeGetSiderealTime(time, Number(14), Angle(PI));
+    ScopeAngularSeparation(Angle(PI), Angle(HALF_PI), Angle(PI), Angle(HALF_PI));
+  }
+  void Settings() {
+    ScopeSetExtraMode(static_cast<int32_t>(Pick(5)) - 2);
+    ScopeSetComPort(static_cast<int32_t>(Pick(300)) - 10);
+  }
+
+  std::mt19937 random_;
+};
+
+struct Slowest {
+  uint32_t ms = 0;
+  std::string call;
+};
+
+Slowest RunSequence(uint32_t seed) {
+  Caller caller(seed);
+  Slowest slowest;
+  for (int i = 0; i < CALLS_PER_SEED; ++i) {
+    std::string name;
+    const uint32_t before = Tick();
+    caller.CallOne(&name);
+    const uint32_t took = Tick() - before;
+    if (took > slowest.ms) slowest = {took, name};
+  }
+  return slowest;
+}
+
+// After the sequence the library still connects and slews where it is told.
+void ExpectUsable(int32_t model) {
+  DisconnectOnceWorkersEnd();
+  ASSERT_EQ(ScopeConnect(model, 0.6, 100.0), SCOPE_OK);
+  ASSERT_EQ(ScopeGotoAxes(0.3, 0.2), SCOPE_OK);
+  EXPECT_TRUE(WaitUntil([] {
+    const AnglePair axes = AxisPositions();
+    return MountState() == SCOPE_STATE_IDLE && std::fabs(axes.lon - 0.3) < 0.01 &&
+           std::fabs(axes.lat - 0.2) < 0.01;
+  })) << "the slew after the sequence did not arrive";
+  DisconnectOnceWorkersEnd();
+}
+
+TEST(RandomCalls, EveryCallReturnsAndTheLibraryStaysUsable) {
+  Slowest overall;
+  for (const uint32_t seed : SEEDS) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    ScopedFastClock clock(CLOCK_SPEED);
+    ScopeSetComPort(2);
+    const Slowest slowest = RunSequence(seed);
+    if (slowest.ms > overall.ms) overall = slowest;
+    ExpectUsable(seed % 2 == 0 ? SCOPE_MODEL_EQUATORIAL_SIMULATOR : SCOPE_MODEL_ALTAZ_SIMULATOR);
+    ScopeSetComPort(2);
+  }
+  // Reported, not asserted: test-clock time is real time scaled, and a
+  // loaded machine stretches it.
+  RecordProperty("slowest_call", overall.call);
+  RecordProperty("slowest_call_test_ms", static_cast<int>(overall.ms));
+  std::printf("slowest call: %s, %u ms of test clock\n", overall.call.c_str(), overall.ms);
+}
+
+}  // namespace
+}  // namespace scopemount::testing
