@@ -9,12 +9,20 @@
 
 #include <cerrno>
 #include <cstring>
+#include <thread>
 
 extern char** environ;
 
 namespace scopemount::testing {
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// How long one look at the program's output may wait.
+constexpr int LOOK_MS = 10;
+// How long a program whose input closed may take to end before it is killed.
+constexpr auto GRACE = std::chrono::seconds(2);
 
 void CloseFd(int& fd) {
   if (fd >= 0) close(fd);
@@ -66,14 +74,80 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
 ChildProcess::~ChildProcess() {
   CloseInput();
   CloseOutputs();
+  const Clock::time_point end = Clock::now() + GRACE;
+  while (pid_ > 0 && !Reaped(WNOHANG) && Clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(LOOK_MS));
+  }
+  if (pid_ > 0) kill(pid_, SIGKILL);
   Wait();
 }
 
 std::string ChildProcess::ReadLine() {
-  std::string line;
-  char c;
-  while (out_ >= 0 && read(out_, &c, 1) == 1 && c != '\n') line.push_back(c);
+  std::string& out = collected_[0];
+  size_t end;
+  while ((end = out.find('\n', lineStart_)) == std::string::npos && Collect(-1)) {
+  }
+  if (end == std::string::npos) end = out.size();
+  std::string line = out.substr(lineStart_, end - lineStart_);
+  lineStart_ = end < out.size() ? end + 1 : end;
   return line;
+}
+
+bool ChildProcess::Collect(int timeoutMs) {
+  if (out_ < 0 && err_ < 0) return false;
+  pollfd fds[2] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}};
+  if (poll(fds, 2, timeoutMs) <= 0) return true;
+  char buffer[4096];
+  for (int i = 0; i < 2; ++i) {
+    if (fds[i].revents == 0) continue;
+    int& fd = i == 0 ? out_ : err_;
+    const ssize_t n = read(fd, buffer, sizeof buffer);
+    if (n <= 0) {
+      CloseFd(fd);
+    } else {
+      collected_[i].append(buffer, static_cast<size_t>(n));
+    }
+  }
+  return true;
+}
+
+bool ChildProcess::Reaped(int options) {
+  if (pid_ <= 0) return true;
+  int status = 0;
+  const pid_t ended = waitpid(pid_, &status, options);
+  if (ended == 0) return false;
+  exitStatus_ = ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  pid_ = -1;
+  return true;
+}
+
+bool ChildProcess::WaitFor(const std::function<bool(const std::string&)>& done,
+                           std::chrono::milliseconds deadline,
+                           const std::function<void()>& meanwhile) {
+  const Clock::time_point end = Clock::now() + deadline;
+  for (;;) {
+    if (done(collected_[0])) return true;
+    if (Clock::now() > end) return false;
+    if (meanwhile) meanwhile();
+    if (!Collect(LOOK_MS)) return done(collected_[0]);
+  }
+}
+
+bool ChildProcess::WaitForText(const std::string& text, std::chrono::milliseconds deadline,
+                               const std::function<void()>& meanwhile) {
+  return WaitFor([&text](const std::string& out) { return out.find(text) != std::string::npos; },
+                 deadline, meanwhile);
+}
+
+int ChildProcess::WaitForExit(std::chrono::milliseconds deadline) {
+  const Clock::time_point end = Clock::now() + deadline;
+  while (!Reaped(WNOHANG)) {
+    if (Clock::now() > end) return -1;
+    if (!Collect(LOOK_MS)) std::this_thread::sleep_for(std::chrono::milliseconds(LOOK_MS));
+  }
+  while (Collect(LOOK_MS)) {
+  }
+  return exitStatus_;
 }
 
 void ChildProcess::CloseInput() { CloseFd(in_); }
@@ -88,11 +162,8 @@ void ChildProcess::Interrupt() {
 }
 
 int ChildProcess::Wait() {
-  if (pid_ <= 0) return -1;
-  int status = 0;
-  const pid_t ended = waitpid(pid_, &status, 0);
-  pid_ = -1;
-  return ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  Reaped(0);
+  return exitStatus_;
 }
 
 ProcessResult ChildProcess::RunToEnd(const std::string& input,

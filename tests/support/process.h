@@ -4,6 +4,8 @@
 
 #include <sys/types.h>
 
+#include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,7 +19,8 @@ struct ProcessResult {
 
 // A program running with its three standard streams on pipes; extra
 // environment entries ("NAME=value") are added to the current ones. The
-// destructor closes the pipes and reaps the program.
+// destructor closes the pipes and reaps the program, killing it if it has
+// not ended shortly after its input closed.
 class ChildProcess {
  public:
   ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
@@ -32,17 +35,40 @@ class ChildProcess {
   void Interrupt();  // SIGINT, as from Ctrl-C
   // The exit code, or -1 if the program did not exit normally.
   int Wait();
+
+  // While the program runs beside the test: collects its output until
+  // `done` holds for the standard output so far, calling `meanwhile`
+  // between looks (to serve the test's own sockets). False if the deadline
+  // passed or the program closed its output first.
+  bool WaitFor(const std::function<bool(const std::string& out)>& done,
+               std::chrono::milliseconds deadline, const std::function<void()>& meanwhile = {});
+  bool WaitForText(const std::string& text, std::chrono::milliseconds deadline,
+                   const std::function<void()>& meanwhile = {});
+  // Waits at most `deadline` for the end, collecting the output; the exit
+  // code, or -1 (still running, or it did not exit normally).
+  int WaitForExit(std::chrono::milliseconds deadline);
+  // What WaitFor, WaitForExit and ReadLine collected so far.
+  const std::string& out() const { return collected_[0]; }
+  const std::string& err() const { return collected_[1]; }
   // Feeds `input`, collects both outputs until they close and waits for the
   // end; with `interruptWhenSeen`, interrupts once the output contains it.
   ProcessResult RunToEnd(const std::string& input, const std::string& interruptWhenSeen);
 
  private:
   void CloseOutputs();
+  // Reads what either output has, waiting at most `timeoutMs` (-1: until
+  // something comes). False once both are closed.
+  bool Collect(int timeoutMs);
+  // Reaps the program if it has ended; true once it has.
+  bool Reaped(int options);
 
   pid_t pid_ = -1;
   int in_ = -1;
   int out_ = -1;
   int err_ = -1;
+  int exitStatus_ = -1;
+  std::string collected_[2];
+  size_t lineStart_ = 0;  // where ReadLine goes on in the standard output
   std::string spawnError_;
 };
 

@@ -22,7 +22,7 @@
 #include "planetarium_protocol.h"
 #include "scopemount.h"
 #include "sky.h"
-#include "support/background_process.h"
+#include "support/process.h"
 
 namespace {
 
@@ -141,7 +141,7 @@ class Client {
 };
 
 struct Serve {
-  std::unique_ptr<BackgroundProcess> process;
+  std::unique_ptr<ChildProcess> process;
   uint16_t port = 0;
 };
 
@@ -150,7 +150,7 @@ Serve StartServe(std::vector<std::string> extra) {
   arguments.insert(arguments.end(), SITE.begin(), SITE.end());
   arguments.insert(arguments.end(), extra.begin(), extra.end());
   Serve serve;
-  serve.process = std::make_unique<BackgroundProcess>(SCOPEMOUNT_CLI_PATH, arguments);
+  serve.process = std::make_unique<ChildProcess>(SCOPEMOUNT_CLI_PATH, arguments);
   const std::string marker = "Listening on 127.0.0.1:";
   const auto listening = [&marker](const std::string& out) {
     const size_t at = out.find(marker);
@@ -376,7 +376,7 @@ TEST(Serve, GotoComesBackAsTheSamePlaceInTheClientsFrame) {
 
 TEST(Serve, BadListenAddressIsAUsageError) {
   for (const char* listen : {"127.0.0.1:", "127.0.0.1:99999", "[::1", "256.1.1.1:5"}) {
-    BackgroundProcess p(SCOPEMOUNT_CLI_PATH, {"serve", "--listen", listen});
+    ChildProcess p(SCOPEMOUNT_CLI_PATH, {"serve", "--listen", listen});
     EXPECT_EQ(p.WaitForExit(EVENT), 2) << listen << ": " << p.err();
   }
 }
