@@ -467,6 +467,12 @@ AnglePair Mount::HorizontalToEquatorial(const AnglePair& horizontalFromSouth) co
   return {hourAngle, declination};
 }
 
+void Mount::NoteAxisRunning(uint32_t axis, double rate) {
+  const bool positive = rate >= 0.0;
+  axisDirection[axis] = positive ? 1 : 0;
+  axisStatus[axis] = positive ? (AXIS_RUNNING | AXIS_POSITIVE) : AXIS_RUNNING;
+}
+
 void Mount::ClearTrackingBit() {
   mountState &= ~STATE_TRACKING;
   motionNotice.Notify();

@@ -186,6 +186,10 @@ class Mount {
   AnglePair HorizontalToEquatorial(const AnglePair& horizontalFromSouth) const;
   // Clears the tracking bit and tells the waiting workers.
   void ClearTrackingBit();
+  // Records that `axis` is about to run at `rate` (zero counts as positive):
+  // its direction and a running status, for drivers whose controller does
+  // not report them back.
+  void NoteAxisRunning(uint32_t axis, double rate);
 
   // --- Requests -------------------------------------------------------------
   // Every GOTO, manual move and stop is a request with a number of its own,

@@ -27,12 +27,6 @@ StarObservation Observe(Mount& mount, AnglePair sky) {
   return {sky, axes};
 }
 
-void ExpectSameMatrix(const Matrix3& a, const Matrix3& b, double tolerance) {
-  for (int i = 0; i < 3; ++i) {
-    for (int j = 0; j < 3; ++j) EXPECT_NEAR(a.at(i, j), b.at(i, j), tolerance) << i << j;
-  }
-}
-
 void ExpectSameModel(const PointingSnapshot& a, const PointingSnapshot& b) {
   EXPECT_EQ(a.skyToAxes, b.skyToAxes);
   EXPECT_EQ(a.axesToSky, b.axesToSky);
@@ -56,15 +50,15 @@ TEST_F(StarAlignment, NominalMeasurementsGiveTheNominalModel) {
   const StarObservation o1 = Observe(altaz, s1), o2 = Observe(altaz, s2), o3 = Observe(altaz, s3);
   ASSERT_EQ(altaz.AlignTwoStars(o1, o2), Ok);
   PointingSnapshot fitted = altaz.pointing.Load();
-  ExpectSameMatrix(fitted.skyToAxes, nominal.skyToAxes, 1e-12);
-  ExpectSameMatrix(fitted.axesToSky, nominal.axesToSky, 1e-12);
+  ExpectMatrixNear(fitted.skyToAxes, nominal.skyToAxes, 1e-12);
+  ExpectMatrixNear(fitted.axesToSky, nominal.axesToSky, 1e-12);
   EXPECT_NEAR(fitted.indexError, 0.0, 1e-12);
   EXPECT_EQ(altaz.aligned, 1u);
   EXPECT_EQ(altaz.alignmentQuality, 100u);
 
   ASSERT_EQ(altaz.AlignThreeStars(o1, o2, o3), Ok);
   fitted = altaz.pointing.Load();
-  ExpectSameMatrix(fitted.skyToAxes, nominal.skyToAxes, 1e-9);
+  ExpectMatrixNear(fitted.skyToAxes, nominal.skyToAxes, 1e-9);
   EXPECT_NEAR(fitted.indexError, 0.0, 1e-9);
   EXPECT_NEAR(fitted.coneError, 0.0, 1e-9);
 }
@@ -233,9 +227,9 @@ TEST(StarAlignmentFailure, LeavesTheNominalMatricesAndTheTermsFittedSoFar) {
                                              : mount.AlignThreeStars(stars[0], stars[1], stars[2]);
     EXPECT_EQ(result, AlignFailed);
     const PointingSnapshot left = mount.pointing.Load();
-    ExpectSameMatrix(left.axesToSky, nominal.axesToSky, 1e-15);
+    ExpectMatrixNear(left.axesToSky, nominal.axesToSky, 1e-15);
     if (!c.newSkyToAxes) {
-      ExpectSameMatrix(left.skyToAxes, nominal.skyToAxes, 1e-15);
+      ExpectMatrixNear(left.skyToAxes, nominal.skyToAxes, 1e-15);
     } else {
       for (const StarObservation& star : stars) {
         const AnglePair seen = TransformDirection(left.skyToAxes, star.sky);

@@ -146,13 +146,7 @@ int32_t AuxBusMount::OpenMount() {
 int32_t AuxBusMount::SetAxisRate(uint32_t axis, double rate) {
   if (!IsValidAxis(axis) || !std::isfinite(rate)) return InvalidParameter;
   // Running, even at a zero rate.
-  if (rate >= 0.0) {
-    axisDirection[axis] = 1;
-    axisStatus[axis] = AXIS_RUNNING | AXIS_POSITIVE;
-  } else {
-    axisDirection[axis] = 0;
-    axisStatus[axis] = AXIS_RUNNING;
-  }
+  NoteAxisRunning(axis, rate);
   return SetAxisRateRaw(axis, rate);
 }
 

@@ -194,13 +194,7 @@ int32_t CompactMount::RunAxis(uint32_t axis, double rate) {
 
 int32_t CompactMount::SetAxisRate(uint32_t axis, double rate) {
   if (!IsValidAxis(axis)) return InvalidParameter;
-  if (rate >= 0.0) {
-    axisDirection[axis] = 1;
-    axisStatus[axis] = AXIS_RUNNING | AXIS_POSITIVE;
-  } else {
-    axisDirection[axis] = 0;
-    axisStatus[axis] = AXIS_RUNNING;
-  }
+  NoteAxisRunning(axis, rate);
   return RunAxis(axis, rate);
 }
 
