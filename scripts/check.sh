@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds everything and runs the whole test suite
 # twice (a plain build, then AddressSanitizer + UndefinedBehaviorSanitizer),
-# and the threaded tests a third time under ThreadSanitizer.
+# and the threaded tests a third time under ThreadSanitizer; then the extra
+# stages (Python, fuzzing, the soft-float ARM build under emulation).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh build test
@@ -39,5 +40,8 @@ scripts/check-python.sh build-check/plain
 
 echo "=== libFuzzer targets ==="
 scripts/check-fuzz.sh
+
+echo "=== soft-float 32-bit ARM under qemu-arm ==="
+scripts/check-arm.sh
 
 echo "=== all suites passed ==="

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs the Debian packages a build needs, only those that are missing.
-#   scripts/install-deps.sh [build|test|bench|fuzz|python]...   (default: build)
+#   scripts/install-deps.sh [build|test|bench|fuzz|python|arm]...   (default: build)
 # "build" is the library and the command-line program, "test" adds the test
 # frameworks, "bench" the benchmark library, "fuzz" clang with libFuzzer,
-# "python" Debian's python3 with pytest and mypy.
+# "python" Debian's python3 with pytest and mypy, "arm" the soft-float ARM
+# cross compilers, the emulator and GoogleTest's sources to build for it.
 set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config binutils libcli11-dev liberfa-dev libbluetooth-dev)
@@ -14,7 +15,8 @@ for need in "${@:-build}"; do
     bench) packages+=(libbenchmark-dev) ;;
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     python) packages+=(python3 python3-pytest mypy) ;;
-    *) echo "install-deps: unknown set '$need' (build, test, bench, fuzz or python)" >&2; exit 2 ;;
+    arm) packages+=(g++-arm-linux-gnueabi binutils-arm-linux-gnueabi qemu-user googletest) ;;
+    *) echo "install-deps: unknown set '$need' (build, test, bench, fuzz, python or arm)" >&2; exit 2 ;;
   esac
 done
 

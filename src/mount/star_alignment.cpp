@@ -18,6 +18,12 @@ constexpr double CONE_PAIR_MAX_SEPARATION = 3.0543261909900767;   // 175 degrees
 bool IsFinite(const AnglePair& p) { return std::isfinite(p.lon) && std::isfinite(p.lat); }
 bool IsFinite(const StarObservation& o) { return IsFinite(o.sky) && IsFinite(o.axes); }
 
+// A subnormal operand is a fault even where the hardware raises no
+// underflow flag for what is computed from it.
+void CheckOperands(FaultWatch& watch, const StarObservation& o) {
+  for (double v : {o.sky.lon, o.sky.lat, o.axes.lon, o.axes.lat}) watch.Check(v);
+}
+
 // The axis-0 angle with the cone and non-perpendicularity terms applied, at
 // an axis-1 angle already corrected by the index term.
 double CorrectedAxisZero(const PointingSnapshot& terms, double axis0, double axis1) {
@@ -195,6 +201,7 @@ int32_t AlignOnOneStar(Mount& mount, AnglePair sky, AnglePair axes) {
 int32_t AlignOnTwoStars(Mount& mount, StarObservation first, StarObservation second) {
   if (!IsFinite(first) || !IsFinite(second)) return InvalidParameter;
   FaultWatch watch;
+  for (const StarObservation* o : {&first, &second}) CheckOperands(watch, *o);
   mount.ResetTransform();
   const AnglePair x1 = NominalAxes(mount, first.sky);
   const AnglePair x2 = NominalAxes(mount, second.sky);
@@ -218,6 +225,7 @@ int32_t AlignOnThreeStars(Mount& mount, StarObservation first, StarObservation s
                           StarObservation third) {
   if (!IsFinite(first) || !IsFinite(second) || !IsFinite(third)) return InvalidParameter;
   FaultWatch watch;
+  for (const StarObservation* o : {&first, &second, &third}) CheckOperands(watch, *o);
   mount.ResetTransform();
   const AnglePair x1 = NominalAxes(mount, first.sky);
   const AnglePair x2 = NominalAxes(mount, second.sky);

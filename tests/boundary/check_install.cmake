@@ -22,6 +22,9 @@ list(GET pc_files 0 pc_file)
 get_filename_component(pc_dir ${pc_file} DIRECTORY)
 get_filename_component(lib_dir ${pc_dir} DIRECTORY)
 
+# A cross build's consumer runs under the emulator the test launcher names.
+separate_arguments(launcher UNIX_COMMAND "$ENV{SCOPEMOUNT_TEST_LAUNCHER}")
+
 # pkg-config
 set(ENV{PKG_CONFIG_PATH} ${pc_dir})
 run(pkg-config --cflags --libs scopemount)
@@ -29,7 +32,7 @@ string(STRIP "${last_output}" flags)
 separate_arguments(flags UNIX_COMMAND "${flags}")
 run(${C_COMPILER} -std=c99 -Wall -Werror ${CONSUMER_DIR}/consumer.c ${flags}
     -Wl,-rpath,${lib_dir} -o ${WORK_DIR}/consumer_pkgconfig)
-run(${WORK_DIR}/consumer_pkgconfig)
+run(${launcher} ${WORK_DIR}/consumer_pkgconfig)
 message(STATUS "pkg-config consumer: ${last_output}")
 
 # find_package
@@ -37,5 +40,5 @@ run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/consumer_build
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_C_COMPILER=${C_COMPILER}
     -DCMAKE_BUILD_RPATH=${lib_dir})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/consumer_build)
-run(${WORK_DIR}/consumer_build/consumer)
+run(${launcher} ${WORK_DIR}/consumer_build/consumer)
 message(STATUS "find_package consumer: ${last_output}")

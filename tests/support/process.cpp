@@ -8,7 +8,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <thread>
 
 extern char** environ;
@@ -35,6 +38,21 @@ std::vector<char*> Pointers(const std::vector<std::string>& strings) {
   return pointers;
 }
 
+// Under user-mode emulation (a cross build's tests) a child of the target's
+// architecture cannot be executed directly: SCOPEMOUNT_TEST_LAUNCHER names
+// the emulator and its options, and the program goes to it by its real path
+// (the emulator would read /proc/self/exe as itself).
+std::vector<std::string> LaunchedCommand(const std::string& program) {
+  const char* launcher = std::getenv("SCOPEMOUNT_TEST_LAUNCHER");
+  if (launcher == nullptr || *launcher == '\0') return {program};
+  std::vector<std::string> command;
+  std::istringstream words(launcher);
+  for (std::string word; words >> word;) command.push_back(word);
+  char resolved[PATH_MAX];
+  command.push_back(realpath(program.c_str(), resolved) != nullptr ? resolved : program);
+  return command;
+}
+
 }  // namespace
 
 ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
@@ -44,8 +62,10 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     spawnError_ = std::strerror(errno);
     return;
   }
+  const std::vector<std::string> command = LaunchedCommand(program);
   std::vector<char*> argv = Pointers(arguments);
-  argv.insert(argv.begin(), const_cast<char*>(program.c_str()));
+  const std::vector<char*> launch = Pointers(command);
+  argv.insert(argv.begin(), launch.begin(), launch.end());
   argv.push_back(nullptr);
   std::vector<char*> envp = Pointers(environment);
   for (char** e = environ; *e != nullptr; ++e) envp.push_back(*e);
@@ -57,7 +77,7 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
   posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
   const int spawned =
-      posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+      posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), envp.data());
   posix_spawn_file_actions_destroy(&actions);
   for (int fd : {in[0], out[1], err[1]}) close(fd);
   in_ = in[1];

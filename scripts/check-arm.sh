@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# The soft-float 32-bit ARM stage: cross-builds the library and the test
+# programs for ARMv5TE without a floating-point unit, checks that the
+# library holds no hardware floating point, and runs the suite under
+# user-mode emulation.
+#   scripts/check-arm.sh [build-directory]   (default: build-check/arm)
+# The command-line program and its tests are left out: they need ERFA built
+# for the target, which Debian ships only through a foreign architecture.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh build arm
+
+root=${1:-build-check/arm}
+toolchain=$PWD/cmake/arm-linux-gnueabi.cmake
+triple=arm-linux-gnueabi
+jobs=$(nproc 2>/dev/null || echo 2)
+launcher=()
+command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
+
+echo "=== GoogleTest for the target ==="
+gtest_prefix=$PWD/$root/googletest-prefix
+if [ ! -f "$gtest_prefix/lib/cmake/GTest/GTestConfig.cmake" ]; then
+  cmake -S /usr/src/googletest -B "$root/googletest" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
+    -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$gtest_prefix" "${launcher[@]}" >/dev/null
+  cmake --build "$root/googletest" -j "$jobs"
+  cmake --install "$root/googletest" >/dev/null
+fi
+
+echo "=== library and test programs ==="
+cmake -S . -B "$root/build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" "${launcher[@]}" \
+  -DSCOPEMOUNT_BUILD_TOOLS=OFF -DGTest_DIR="$gtest_prefix/lib/cmake/GTest" >/dev/null
+cmake --build "$root/build" -j "$jobs"
+
+echo "=== no hardware floating point ==="
+library=$root/build/src/libscopemount.so
+objects=$(find "$root/build/src/CMakeFiles/scopemount_objects.dir" -name '*.o')
+# Build attributes: a hardware-float object declares its FP architecture or
+# passes doubles in VFP registers.
+if $triple-readelf -A "$library" $objects | grep -E 'Tag_FP_arch|Tag_ABI_VFP_args|Tag_Advanced_SIMD_arch'; then
+  echo "check-arm: hardware floating-point build attributes in the library" >&2
+  exit 1
+fi
+# Instructions: any VFP/NEON mnemonic (v-prefixed data processing, loads and
+# stores, and the old f-prefixed system register moves).
+vfp='^\s*[0-9a-f]+:\s+([0-9a-f]{8}|[0-9a-f]{4} [0-9a-f]{4})\s+(v[a-z]+|fmrx|fmxr|fmstat|fldm[a-z]*|fstm[a-z]*|fmdrr|fmrrd|fcpyd|faddd|fmuld|fdivd|fsqrtd|fcmpd|fsitod|ftosid)\b'
+if $triple-objdump -d "$library" | grep -E "$vfp" | head -5 | grep .; then
+  echo "check-arm: VFP/NEON instructions in the library" >&2
+  exit 1
+fi
+echo "no VFP/NEON attributes or instructions"
+
+echo "=== test suite under qemu-arm ==="
+# Test programs that start children (themselves, a consumer) start them
+# through the emulator too.
+export SCOPEMOUNT_TEST_LAUNCHER="qemu-arm -L /usr/$triple"
+ctest --test-dir "$root/build" --output-on-failure -j "$jobs"
