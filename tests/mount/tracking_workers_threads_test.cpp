@@ -331,7 +331,9 @@ TEST_F(Tracking, AlignedAltAzCorrectionNeverReversesAnAxis) {
   const double starRate =
       (axisZeroAt(t + ALIGNED_TRACKING_PERIOD_MS) - axisZeroAt(t)) * 1000.0 /
       ALIGNED_TRACKING_PERIOD_MS;
-  EXPECT_NEAR(damped.value, 0.75 * starRate, 1e-3 * std::fabs(starRate));
+  // The star's rate drifts while a slow run gets from the loop's reading to
+  // the recorded command; 1% still tells the damping from none or another.
+  EXPECT_NEAR(damped.value, 0.75 * starRate, 1e-2 * std::fabs(starRate));
 }
 
 TEST_F(Tracking, OneStarAlignmentTurnsTheModelOntoTheStarAndStartsTracking) {
