@@ -5,7 +5,9 @@
 # stages (Python, fuzzing, the soft-float ARM build under emulation).
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/install-deps.sh build test
+# Everything every stage needs, in one package-index update; the stage
+# scripts then find nothing missing.
+scripts/install-deps.sh build test python fuzz arm
 
 jobs=$(nproc 2>/dev/null || echo 2)
 
