@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "serial/probe_port.h"
 #include "support/process.h"
@@ -42,20 +43,40 @@ TEST(EmulateCommand, EndsOnInterrupt) {
   EXPECT_EQ(emulator.Wait(), 0);
 }
 
-// Two programs side by side, as the README shows them: a compact mount's
-// board served on a pseudo-terminal, and a GOTO to a star through it (low
-// in the sky at this site, so the slew is short).
-TEST(EmulateCommand, ACompactMountGoesToAStarOnTheServedBoard) {
-  ServedEmulator emulator("compact");
-  const std::string path = emulator.ReadLine();
-  ASSERT_EQ(path.rfind("/dev/pts/", 0), 0u) << path;
-  const ProcessResult r =
-      RunProcess(SCOPEMOUNT_CLI_PATH, {"goto", "--model", "8", "--port", path, "--star", "Polaris",
-                                       "--lat", "5", "--lon", "0"});
-  EXPECT_EQ(r.exitStatus, 0) << r.out << r.err;
-  EXPECT_NE(r.out.find("Arrived: tracking"), std::string::npos) << r.out;
-  emulator.CloseInput();
-  EXPECT_EQ(emulator.Wait(), 0);
+// Two programs side by side, as the README shows them: a hardware model's
+// controller served on a pseudo-terminal, and a short GOTO through it.
+struct ServedGoto {
+  const char* protocol;
+  const char* model;
+  const char* name;
+  std::vector<std::string> target;
+  const char* arrived;
+};
+
+TEST(EmulateCommand, EachHardwareProtocolServesAGotoOfItsModels) {
+  const ServedGoto cases[] = {
+      {"auxbus", "0", "Marvane Alt/Az Mount", {"--axes", "0.5", "0.5"}, "Arrived: idle"},
+      // The equatorial controller's zero reads as axis 0 at -180 degrees.
+      {"auxbus", "1", "Marvane EQ Mount", {"--axes", "-179.5", "0.5"}, "Arrived: idle"},
+      {"motorcontroller", "2", "Hollin Alt/Az Mount", {"--axes", "3", "2"}, "Arrived: idle"},
+      // Low in the sky at this site, so the slew is short.
+      {"compact", "8", "Marvane Corvel K-1 Alt/Az Mount",
+       {"--star", "Polaris", "--lat", "5", "--lon", "0"}, "Arrived: tracking"},
+  };
+  for (const ServedGoto& c : cases) {
+    SCOPED_TRACE(std::string(c.protocol) + " model " + c.model);
+    ServedEmulator emulator(c.protocol);
+    const std::string path = emulator.ReadLine();
+    ASSERT_EQ(path.rfind("/dev/pts/", 0), 0u) << path;
+    std::vector<std::string> arguments{"goto", "--model", c.model, "--port", path};
+    arguments.insert(arguments.end(), c.target.begin(), c.target.end());
+    const ProcessResult r = RunProcess(SCOPEMOUNT_CLI_PATH, arguments);
+    EXPECT_EQ(r.exitStatus, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find(std::string("Connected: ") + c.name), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(c.arrived), std::string::npos) << r.out;
+    emulator.CloseInput();
+    EXPECT_EQ(emulator.Wait(), 0);
+  }
 }
 
 }  // namespace
