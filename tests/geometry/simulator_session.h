@@ -17,6 +17,7 @@
 #include "platform/clock.h"
 #include "scopemount.h"
 #include "support/angles.h"
+#include "support/controller_bench.h"
 #include "support/fast_clock.h"
 
 namespace scopemount::testing {
@@ -137,19 +138,6 @@ inline bool WaitForWorkers() {
 inline void WaitTestTime(uint32_t ms) {
   const uint32_t start = Tick();
   ASSERT_TRUE(WaitUntil([&] { return Tick() - start >= ms; }, std::chrono::seconds(60)));
-}
-
-// Disconnects, holding the mount across the disconnect and letting it go
-// only once no worker holds it: the mount is then freed here, and no worker
-// outlives the caller's fast clock.
-inline void DisconnectOnceWorkersEnd() {
-  Mount* mount = CurrentMount();
-  if (mount != nullptr) mount->Retain();
-  ScopeDisconnect();
-  if (mount == nullptr) return;
-  EXPECT_TRUE(WaitUntil([mount] { return mount->References() == 1; }))
-      << "a worker still holds the disconnected mount";
-  mount->Release();
 }
 
 // A connection to one simulator on a fast clock; disconnects at the end.

@@ -18,7 +18,7 @@
 #include "mount/mount.h"
 #include "protocols/auxbus/aux_bus_mount.h"
 #include "pty_host.h"
-#include "support/emulated_port.h"
+#include "support/controller_bench.h"
 #include "support/selected_port.h"
 
 namespace scopemount {
@@ -53,49 +53,23 @@ double ControllerAngleOf(int32_t model, uint32_t axis, double angle) {
 
 double AngleGap(double a, double b) { return std::fabs(NormalizeAngle(a - b)); }
 
-// Disconnects, then waits until no worker thread still holds the mount, so
-// nothing outlives the bench it talks to. Returns how long the disconnect
-// itself took.
-std::chrono::steady_clock::duration DisconnectAndDrain() {
-  Mount* mount = CurrentMount();
-  if (mount != nullptr) mount->Retain();
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(ScopeDisconnect(), SCOPE_OK);
-  const auto took = std::chrono::steady_clock::now() - start;
-  if (mount != nullptr) {
-    EXPECT_TRUE(WaitUntil([mount] { return mount->References() == 1; })) << "a worker hangs";
-    mount->Release();
-  }
-  return took;
-}
-
 // One model on the emulated bus, on a fast clock.
-class AuxSession {
+class AuxSession : public ControllerBench<AuxBusControllers> {
  public:
   AuxSession(int32_t model, double speed = SPEED_UP, LineWiring wiring = BUS_WIRING,
              AuxBusFaults faults = {})
-      : model_(model), clock_(std::make_unique<ScopedFastClock>(speed)) {
-    port_ = std::make_unique<EmulatedPort>(std::make_unique<AuxBusControllers>());
-    port_->line().SetWiring(wiring);
+      : ControllerBench(speed), model_(model) {
+    line().SetWiring(wiring);
     bus().SetFaults(faults);
-    DisconnectAndDrain();
     const uint32_t start = Tick();
-    connected_ = ScopeConnect(model, LATITUDE, 100.0);
+    connected_ = Connect(model, LATITUDE);
     connectMs_ = Tick() - start;
   }
-  ~AuxSession() {
-    DisconnectAndDrain();
-    port_.reset();
-    clock_.reset();
-  }
-  AuxSession(const AuxSession&) = delete;
-  AuxSession& operator=(const AuxSession&) = delete;
 
   int32_t connected() const { return connected_; }
   // Test-clock time the connect took.
   uint32_t connectMs() const { return connectMs_; }
-  AuxBusControllers& bus() { return static_cast<AuxBusControllers&>(port_->model()); }
-  emulation::EmulatedLine& line() { return port_->line(); }
+  AuxBusControllers& bus() { return controller(); }
   double ControllerAngle(uint32_t axis) { return bus().Position(axis, line().Clock().NowMs()); }
   // Library and controller agree on where the axes are.
   void ExpectControllersAt(AnglePair axes, double tolerance) {
@@ -105,8 +79,6 @@ class AuxSession {
 
  private:
   const int32_t model_;
-  std::unique_ptr<ScopedFastClock> clock_;
-  std::unique_ptr<EmulatedPort> port_;
   int32_t connected_ = -1;
   uint32_t connectMs_ = 0;
 };
@@ -238,7 +210,7 @@ TEST_P(AuxModels, ControllerSilentMidGotoLeavesTheMountUsableAfterReconnecting) 
   ASSERT_TRUE(WaitUntil([] { return CurrentMount()->References() == 1; }));
   double angle = 0.0;
   EXPECT_NE(ScopeGetAxisPosition(0, &angle), SCOPE_OK);
-  DisconnectAndDrain();
+  DisconnectOnceWorkersEnd();
 
   session.line().SetFaults({});
   ASSERT_EQ(ScopeConnect(model, LATITUDE, 100.0), SCOPE_OK);
@@ -312,7 +284,7 @@ TEST_P(AuxModels, DisconnectAtAnyMomentEndsEveryActivityPromptly) {
         break;
     }
     WaitTestTime(testMs(random));
-    EXPECT_LT(DisconnectAndDrain(), std::chrono::seconds(5));
+    EXPECT_LT(DisconnectOnceWorkersEnd(), std::chrono::seconds(5));
     EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
   }
 }
@@ -347,7 +319,7 @@ TEST(AuxBusPty, ConnectsSyncsAndSlewsOverAPseudoTerminal) {
   ASSERT_EQ(ScopeGetAxisPosition(1, &angle), SCOPE_OK);
   EXPECT_NEAR(angle, target, EQUATORIAL_TOLERANCE);
   EXPECT_LT(AngleGap(bus.Position(1, wall.NowMs()), target), EQUATORIAL_TOLERANCE);
-  DisconnectAndDrain();
+  DisconnectOnceWorkersEnd();
 }
 
 }  // namespace

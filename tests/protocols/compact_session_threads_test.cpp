@@ -13,7 +13,7 @@
 #include "compact_controller.h"
 #include "geometry/simulator_session.h"
 #include "pty_host.h"
-#include "support/emulated_port.h"
+#include "support/controller_bench.h"
 #include "support/selected_port.h"
 
 namespace scopemount::testing {
@@ -28,24 +28,14 @@ constexpr double SPEED_UP = 300.0;
 constexpr int32_t MODELS[] = {8, 9, 10, 11};
 
 // A connection to one compact model on the in-process bench, on a fast clock.
-class CompactSession {
+class CompactSession : public ControllerBench<CompactController> {
  public:
-  explicit CompactSession(int32_t model, const LineFaults& faults = {}) {
-    ScopeDisconnect();
-    port_.line().SetFaults(faults);
-    connected = ScopeConnect(model, 0.6, 100.0);
+  explicit CompactSession(int32_t model, const LineFaults& faults = {})
+      : ControllerBench(SPEED_UP) {
+    line().SetFaults(faults);
+    connected = Connect(model);
   }
-  ~CompactSession() { ScopeDisconnect(); }
-  CompactSession(const CompactSession&) = delete;
-  CompactSession& operator=(const CompactSession&) = delete;
-
-  emulation::EmulatedLine& line() { return port_.line(); }
-  EmulatedPort& port() { return port_; }
   int32_t connected = -1;
-
- private:
-  ScopedFastClock clock_{SPEED_UP};
-  EmulatedPort port_{std::make_unique<CompactController>()};
 };
 
 // Real time a call took.
@@ -170,7 +160,7 @@ TEST(CompactMounts, FaultsMidGotoNeverCrashHangOrLeaveTheMountUnusable) {
     double angles[2];
     const int32_t read = ScopeGetAxisPositions(angles);
     EXPECT_TRUE(read == SCOPE_OK || read == SCOPE_NO_RESPONSE_AXIS1) << "fault " << i;
-    EXPECT_LT(Timed([] { EXPECT_EQ(ScopeDisconnect(), SCOPE_OK); }), std::chrono::seconds(5))
+    EXPECT_LT(DisconnectOnceWorkersEnd(), std::chrono::seconds(5))
         << "fault " << i;
 
     session.line().SetFaults({});
@@ -205,7 +195,7 @@ TEST(CompactMounts, DisconnectingAtAnyMomentEndsEveryActivityPromptly) {
     // Some commands into the activity (or its end, whichever comes first).
     const size_t until = seen + commands(random);
     WaitUntil([&] { return session.line().CommandsSeen() >= until; }, std::chrono::seconds(1));
-    EXPECT_LT(Timed([] { EXPECT_EQ(ScopeDisconnect(), SCOPE_OK); }), std::chrono::seconds(5))
+    EXPECT_LT(DisconnectOnceWorkersEnd(), std::chrono::seconds(5))
         << "round " << round;
     EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
   }

@@ -12,7 +12,7 @@
 
 #include "geometry/simulator_session.h"
 #include "motor_controller_emulator.h"
-#include "support/emulated_port.h"
+#include "support/controller_bench.h"
 
 namespace scopemount::testing::motor_controller_tests {
 
@@ -41,33 +41,12 @@ bool WaitOnController(Condition&& condition,
       timeout);
 }
 
-// The bench (controller and line) on a fast clock; Connect links a model.
-class ControllerBench {
+// The motor controller on the bench; RunRate reads its axes in radians.
+class MotorControllerBench : public ControllerBench<emulation::MotorControllerEmulator> {
  public:
-  explicit ControllerBench(double speed,
-                           const emulation::MotorControllerSettings& settings = {})
-      : settings_(settings),
-        clock_(std::make_unique<ScopedFastClock>(speed)),
-        port_(std::make_unique<EmulatedPort>(
-            std::make_unique<emulation::MotorControllerEmulator>(settings))) {
-    ScopeDisconnect();
-  }
-  ~ControllerBench() {
-    ScopeDisconnect();
-    port_.reset();
-    clock_.reset();
-  }
-  ControllerBench(const ControllerBench&) = delete;
-  ControllerBench& operator=(const ControllerBench&) = delete;
-
-  int32_t Connect(int32_t model, double latitude = 0.6) {
-    return ScopeConnect(model, latitude, 100.0);
-  }
-  emulation::EmulatedLine& line() { return port_->line(); }
-  emulation::MotorControllerEmulator& controller() {
-    return static_cast<emulation::MotorControllerEmulator&>(port_->model());
-  }
-  uint64_t NowMs() const { return clock_->NowMs(); }
+  explicit MotorControllerBench(double speed,
+                                const emulation::MotorControllerSettings& settings = {})
+      : ControllerBench(speed, settings), settings_(settings) {}
   // Counts per second of `axis` as radians per second.
   double RunRate(int axis) {
     return controller().RunRate(axis, NowMs()) * TWO_PI / settings_.countsPerRevolution[axis];
@@ -75,8 +54,6 @@ class ControllerBench {
 
  private:
   emulation::MotorControllerSettings settings_;
-  std::unique_ptr<ScopedFastClock> clock_;
-  std::unique_ptr<EmulatedPort> port_;
 };
 
 }  // namespace scopemount::testing::motor_controller_tests

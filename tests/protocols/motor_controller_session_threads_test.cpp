@@ -31,7 +31,7 @@ class MotorControllerModels : public ::testing::TestWithParam<int32_t> {};
 
 TEST_P(MotorControllerModels, GotoBySkyThenTrackingThenByHorizontalPosition) {
   const int32_t model = GetParam();
-  ControllerBench bench(SPEED_UP);
+  MotorControllerBench bench(SPEED_UP);
   ASSERT_EQ(bench.Connect(model), SCOPE_OK);
   const AnglePair target{-1.5 * HOUR, 20 * DEG};
   const uint32_t requested = Tick();
@@ -59,7 +59,7 @@ TEST_P(MotorControllerModels, GotoBySkyThenTrackingThenByHorizontalPosition) {
 
 TEST_P(MotorControllerModels, ManualMotionStopSyncAndHome) {
   const int32_t model = GetParam();
-  ControllerBench bench(SPEED_UP);
+  MotorControllerBench bench(SPEED_UP);
   ASSERT_EQ(bench.Connect(model), SCOPE_OK);
   const double count = TWO_PI / emulation::MotorControllerSettings{}.countsPerRevolution[0];
 
@@ -90,7 +90,7 @@ TEST_P(MotorControllerModels, ManualMotionStopSyncAndHome) {
 
 TEST_P(MotorControllerModels, OneAndTwoStarAlignment) {
   const int32_t model = GetParam();
-  ControllerBench bench(SPEED_UP);
+  MotorControllerBench bench(SPEED_UP);
   ASSERT_EQ(bench.Connect(model), SCOPE_OK);
   const AnglePair first{-1.0 * HOUR, 25 * DEG};
   const AnglePair second{2.0 * HOUR, 50 * DEG};
@@ -113,7 +113,7 @@ INSTANTIATE_TEST_SUITE_P(MotorControllerMounts, MotorControllerModels,
                          ::testing::ValuesIn(MOTOR_CONTROLLER_MODELS), MotorControllerModelName);
 
 TEST(MotorControllerMounts, SouthernEquatorialGotoTracksBackwards) {
-  ControllerBench bench(SPEED_UP);
+  MotorControllerBench bench(SPEED_UP);
   ASSERT_EQ(bench.Connect(3, -LATITUDE), SCOPE_OK);
   const AnglePair target{1.5 * HOUR, -5 * DEG};
   const uint32_t requested = Tick();
@@ -127,7 +127,7 @@ TEST(MotorControllerMounts, SouthernEquatorialGotoTracksBackwards) {
 }
 
 TEST(MotorControllerMounts, AnEchoingLineWorksEndToEnd) {
-  ControllerBench bench(SPEED_UP);
+  MotorControllerBench bench(SPEED_UP);
   bench.line().SetWiring(emulation::LineWiring{.echo = true});
   ASSERT_EQ(bench.Connect(2), SCOPE_OK);
   EXPECT_EQ(dynamic_cast<MotorControllerMount&>(*CurrentMount()).echoesCommands, 1u);
@@ -137,7 +137,7 @@ TEST(MotorControllerMounts, AnEchoingLineWorksEndToEnd) {
 }
 
 TEST(MotorControllerMounts, ModelFiveIsStoredAsTwo) {
-  ControllerBench bench(SPEED_UP);
+  MotorControllerBench bench(SPEED_UP);
   ASSERT_EQ(bench.Connect(5), SCOPE_OK);
   EXPECT_EQ(CurrentMount()->modelId, 2);
   EXPECT_EQ(bench.Connect(5), SCOPE_ALREADY_CONNECTED);
@@ -148,7 +148,7 @@ TEST(MotorControllerMounts, DisconnectAtAnyMoment) {
   std::mt19937 random(14);
   std::uniform_int_distribution<int> microseconds(0, 40000);
   for (int32_t model : {2, 3}) {
-    ControllerBench bench(SPEED_UP);
+    MotorControllerBench bench(SPEED_UP);
     for (int round = 0; round < 12; ++round) {
       SCOPED_TRACE(round);
       ASSERT_EQ(bench.Connect(model), SCOPE_OK);
@@ -165,7 +165,7 @@ TEST(MotorControllerMounts, DisconnectAtAnyMoment) {
 
 TEST(MotorControllerMounts, ASilentControllerLeavesNothingConnected) {
   for (int32_t model : MOTOR_CONTROLLER_MODELS) {
-    ControllerBench bench(SPEED_UP);
+    MotorControllerBench bench(SPEED_UP);
     bench.line().SetFaults(emulation::LineFaults{.silent = true});
     EXPECT_EQ(bench.Connect(model), SCOPE_NO_RESPONSE_AXIS1) << model;
     uint32_t state = 0;
@@ -188,7 +188,7 @@ TEST(MotorControllerMounts, GarbledRepliesEndInResultCodes) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    ControllerBench bench(SPEED_UP);
+    MotorControllerBench bench(SPEED_UP);
     bench.line().SetFaults(c.faults);
     const int32_t result = bench.Connect(3);
     if (c.connects) {
@@ -207,7 +207,7 @@ TEST(MotorControllerMounts, GarbledRepliesEndInResultCodes) {
 TEST(MotorControllerMounts, AControllerThatFallsSilentMidGotoLeavesAUsableMount) {
   for (int32_t model : {2, 3}) {
     SCOPED_TRACE(model);
-    ControllerBench bench(SPEED_UP);
+    MotorControllerBench bench(SPEED_UP);
     ASSERT_EQ(bench.Connect(model), SCOPE_OK);
     ASSERT_EQ(ScopeGotoAxes(1.5, 1.0), SCOPE_OK);
     ASSERT_TRUE(WaitOnController([&] { return bench.controller().IsMoving(0, bench.NowMs()); }));
