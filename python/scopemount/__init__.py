@@ -9,6 +9,8 @@ Degrees for declination, altitude, azimuth and axis angles; hours for right
 ascension and hour angle; the unit is in every name.
 """
 
+from . import _library
+from . import errors as _errors
 from ._library import LOADED_FROM as library_path
 from ._library import LibraryNotFound
 from .definitions import AxisStatus, Model, MountState, StarObservation, Status, TrackingRate
@@ -72,11 +74,6 @@ __all__ = [
 
 def model_name(model: "Model | int") -> str:
     """The library's display name of a model, in the user's language."""
-    import ctypes
-
-    from ._library import lib
-    from .errors import TEXT_BUFFER_UNITS, check
-
-    buffer = (ctypes.c_uint16 * TEXT_BUFFER_UNITS)()
-    check(lib.ScopeGetModelName(int(model), buffer))
-    return bytes(buffer).decode("utf-16-le").split("\0", 1)[0]
+    buffer = _errors.text_buffer()
+    _errors.check(_library.lib.ScopeGetModelName(int(model), buffer))
+    return _errors.decoded(buffer)

@@ -13,12 +13,21 @@ from ._library import lib
 TEXT_BUFFER_UNITS = 69
 
 
+def text_buffer() -> "ctypes.Array[ctypes.c_uint16]":
+    """Room for the library's longest text."""
+    return (ctypes.c_uint16 * TEXT_BUFFER_UNITS)()
+
+
+def decoded(buffer: "ctypes.Array[ctypes.c_uint16]") -> str:
+    """A zero-terminated UTF-16 text the library wrote."""
+    return bytes(buffer).decode("utf-16-le").split("\0", 1)[0]
+
+
 def error_text(code: int) -> str:
     """The library's text for a result code."""
-    buffer = (ctypes.c_uint16 * TEXT_BUFFER_UNITS)()
+    buffer = text_buffer()
     lib.ScopeGetErrorText(code, buffer)
-    units = bytes(buffer).decode("utf-16-le")
-    return units.split("\0", 1)[0]
+    return decoded(buffer)
 
 
 class ScopeError(Exception):

@@ -41,6 +41,9 @@ def test_every_code_has_its_class_and_the_library_text(code, cls, bases) -> None
 
 
 def test_texts_follow_the_language() -> None:
+    assert scopemount.model_name(scopemount.Model.ALTAZ_SIMULATOR) == "Alt/Az Mount Simulator"
+    with pytest.raises(scopemount.InvalidModel):
+        scopemount.model_name(12)
     english = scopemount.error_text(3)
     os.environ["LC_ALL"] = "zh_CN.UTF-8"
     try:
