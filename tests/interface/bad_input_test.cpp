@@ -9,7 +9,7 @@
 
 #include "interface/current_mount.h"
 #include "scopemount.h"
-#include "support/fake_mount.h"
+#include "support/test_mount.h"
 
 namespace scopemount {
 namespace {
@@ -90,7 +90,7 @@ TEST(BadInput, WithoutAMountEveryExportSaysNotConnected) {
 }
 
 TEST(BadInput, ConnectedMountRefusesNullsNonFiniteValuesAndAxesPastOne) {
-  testing::ScopedFakeModel model(7, false);
+  testing::ScopedTestModel model(7, testing::Geometry::AltAz);
   ASSERT_EQ(ScopeConnect(7, NaN, Inf), SCOPE_OK) << "a bad site is not reported on connect";
   Mount* mount = CurrentMount();
   ASSERT_NE(mount, nullptr);

@@ -6,14 +6,15 @@
 #include "interface/current_mount.h"
 #include "scopemount.h"
 #include "serial/port_selection.h"
-#include "support/fake_mount.h"
+#include "support/test_mount.h"
 
 namespace scopemount {
 namespace {
 
-using testing::ConnectedFake;
-using testing::FakeMount;
-using testing::ScopedFakeModel;
+using testing::ConnectedTestMount;
+using testing::Geometry;
+using testing::ScopedTestModel;
+using testing::TestMount;
 
 TEST(Connect, ModelNumbersAndModelsNotYetAvailable) {
   ScopeDisconnect();
@@ -50,7 +51,7 @@ TEST(Connect, EveryModelHasADriver) {
 
 TEST(Connect, SameClassReappliesTheSiteAndAnotherIsRefused) {
   // Model 4 is made by the class of model 3, whose own number is 3.
-  ScopedFakeModel model4(4, /*equatorial=*/true, /*storedModelId=*/3);
+  ScopedTestModel model4(4, Geometry::Equatorial, /*storedModelId=*/3);
   ASSERT_EQ(ScopeConnect(4, 0.6, 100), SCOPE_OK);
   EXPECT_EQ(ScopeIsEquatorial(), 1);
   Mount* first = CurrentMount();
@@ -68,11 +69,11 @@ TEST(Connect, SameClassReappliesTheSiteAndAnotherIsRefused) {
 }
 
 TEST(Connect, FailedOpenLeavesNothingConnected) {
-  ScopedFakeModel model(7, false);
-  FakeMount::openResult = SCOPE_NO_RESPONSE_AXIS1;
+  ScopedTestModel model(7, Geometry::AltAz);
+  TestMount::openResult = SCOPE_NO_RESPONSE_AXIS1;
   EXPECT_EQ(ScopeConnect(7, 0.6, 100), SCOPE_NO_RESPONSE_AXIS1);
   EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
-  FakeMount::openResult = SCOPE_OK;
+  TestMount::openResult = SCOPE_OK;
   ASSERT_EQ(ScopeConnect(7, 0.6, 100), SCOPE_OK);
   EXPECT_EQ(ScopeIsEquatorial(), 0);
 }
@@ -101,32 +102,32 @@ TEST(Exports, ForwardingAndTheirOwnSteps) {
   double angle = 0;
   EXPECT_EQ(ScopeGetAxisPosition(0, nullptr), SCOPE_NOT_CONNECTED);
 
-  ScopedFakeModel model(7, false);
+  ScopedTestModel model(7, Geometry::Equatorial);  // identity matrices
   ASSERT_EQ(ScopeConnect(7, 0.6, 100), SCOPE_OK);
-  FakeMount* mount = ConnectedFake();
+  TestMount* mount = ConnectedTestMount();
   ASSERT_NE(mount, nullptr);
   EXPECT_EQ(ScopeGetAxisPosition(0, nullptr), SCOPE_INVALID_PARAMETER);
-  mount->hardwarePosition[0] = 0.25;
-  mount->hardwarePosition[1] = -0.5;
+  mount->captureGotoAxes = true;
+  mount->PlaceAxes(0.25, -0.5);
   EXPECT_EQ(ScopeGetAxisPosition(0, &angle), SCOPE_OK);
   EXPECT_EQ(angle, 0.25);
 
   // Slewing one axis keeps the other where it stands; any nonzero axis is axis 1.
   EXPECT_EQ(ScopeSlewAxis(1, 0.7), SCOPE_OK);
-  EXPECT_EQ(mount->gotoAxesTarget[0], 0.25);
-  EXPECT_EQ(mount->gotoAxesTarget[1], 0.7);
+  EXPECT_EQ(mount->capturedGotoAxes[0], 0.25);
+  EXPECT_EQ(mount->capturedGotoAxes[1], 0.7);
   EXPECT_EQ(ScopeSlewAxis(7, 0.9), SCOPE_OK);
-  EXPECT_EQ(mount->gotoAxesTarget[1], 0.9);
-  EXPECT_EQ(mount->gotoAxesTarget[0], 0.25);
+  EXPECT_EQ(mount->capturedGotoAxes[1], 0.9);
+  EXPECT_EQ(mount->capturedGotoAxes[0], 0.25);
   EXPECT_EQ(ScopeSlewAxis(0, -0.1), SCOPE_OK);
-  EXPECT_EQ(mount->gotoAxesTarget[0], -0.1);
-  EXPECT_EQ(mount->gotoAxesTarget[1], -0.5);
-  mount->readResult = SCOPE_NO_RESPONSE_AXIS1;
+  EXPECT_EQ(mount->capturedGotoAxes[0], -0.1);
+  EXPECT_EQ(mount->capturedGotoAxes[1], -0.5);
+  mount->FailPositionReads(0, 1000);
   EXPECT_EQ(ScopeSlewAxis(1, 0.3), SCOPE_NO_RESPONSE_AXIS1) << "a failed read stops the slew";
-  EXPECT_EQ(mount->gotoAxesCalls, 3);
+  EXPECT_EQ(mount->capturedGotoAxesCalls, 3);
   double both[2] = {9, 9};
   EXPECT_EQ(ScopeGetAxisPositions(both), SCOPE_NO_RESPONSE_AXIS1);
-  mount->readResult = SCOPE_OK;
+  mount->FailPositionReads(0, 0);
 
   unsigned char record[SCOPE_ALIGNMENT_RECORD_SIZE];
   EXPECT_EQ(ScopeGetAlignmentData(record), 200) << "the size, not AlignFailed";

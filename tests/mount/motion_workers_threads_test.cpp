@@ -65,7 +65,7 @@ class MotionWorkers : public ::testing::Test {
 
 TEST_F(MotionWorkers, EquatorialGotoChasesTheSkyThenTracks) {
   // Slow enough that the sky turns well past the tolerance and the lead.
-  mount->slewSpeed = 4 * DEG;
+  mount->SetSlewSpeed(4 * DEG);
   mount->PlaceAxes(-0.8, 0.1);
   const AnglePair target{0.6, 0.2};
   ASSERT_EQ(mount->GotoEquatorial(target), Ok);
@@ -132,7 +132,7 @@ TEST_F(MotionWorkers, LongPositiveMovesStopTheMarginShort) {
 
 TEST_F(MotionWorkers, SecondAxisStaysBelowHalfATurnWhenLimited) {
   mount->limitSecondAxisTravel = 1;
-  mount->slewSpeed = 40 * DEG;  // long moves, quickly
+  mount->SetSlewSpeed(40 * DEG);  // long moves, quickly
   mount->PlaceAxes(0.0, -1.0);
   GotoAxesAndWait(0.0, -1.0 + 200 * DEG);
   std::vector<double> axis1 = Values(*mount, Command::SlewTo, 1);

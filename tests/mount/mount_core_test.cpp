@@ -7,18 +7,20 @@
 #include "mount/alignment_record.h"
 #include "mount/mount.h"
 #include "support/angles.h"
-#include "support/fake_mount.h"
+#include "support/test_mount.h"
 
 namespace scopemount {
 namespace {
 
-using testing::FakeMount;
+using testing::Command;
+using testing::Geometry;
+using testing::TestMount;
 
 constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double Inf = std::numeric_limits<double>::infinity();
 
 TEST(MountCore, NewObjectHasItsDefaults) {
-  FakeMount mount(3, true);
+  TestMount mount(Geometry::Equatorial, 3);
   uint32_t status = 0;
   EXPECT_EQ(mount.GetMountStatus(&status), Ok);
   EXPECT_EQ(status, STATE_IDLE);
@@ -36,7 +38,7 @@ TEST(MountCore, NewObjectHasItsDefaults) {
 }
 
 TEST(MountCore, SetSiteChecksLatitudeThenElevation) {
-  FakeMount equatorial(6, true);
+  TestMount equatorial(Geometry::Equatorial, 6);
   EXPECT_EQ(equatorial.SetSite(PI / 2 + 1e-9, 0), InvalidParameter);
   EXPECT_EQ(equatorial.latitude, DEFAULT_LATITUDE) << "refused latitude leaves the old one";
   EXPECT_EQ(equatorial.SetSite(-0.5, 9000), InvalidParameter);
@@ -46,7 +48,7 @@ TEST(MountCore, SetSiteChecksLatitudeThenElevation) {
   EXPECT_GT(equatorial.trackingRate, 0.0);
   EXPECT_EQ(equatorial.elevation, 8848);
 
-  FakeMount altaz(7, false);
+  TestMount altaz(Geometry::AltAz, 7);
   EXPECT_EQ(altaz.SetSite(-0.5, 0), Ok);
   EXPECT_GT(altaz.trackingRate, 0.0) << "Alt/Az mounts keep the sign";
   for (double bad : {NaN, Inf, -Inf}) {
@@ -57,7 +59,7 @@ TEST(MountCore, SetSiteChecksLatitudeThenElevation) {
 }
 
 TEST(MountCore, AltitudeLimitsClipTheUpperAndKeepPartialUpdates) {
-  FakeMount mount;
+  TestMount mount;
   EXPECT_EQ(mount.SetAltitudeLimits(0, 2.0), Ok);
   EXPECT_EQ(mount.altitudeUpperLimit, PI / 2) << "clipped to the zenith";
   EXPECT_EQ(mount.SetAltitudeLimits(0, PI / 4), InvalidParameter) << "upper must exceed pi/4";
@@ -73,7 +75,7 @@ TEST(MountCore, AltitudeLimitsClipTheUpperAndKeepPartialUpdates) {
 }
 
 TEST(MountCore, BacklashGuideAndTrackingRates) {
-  FakeMount mount(3, true);
+  TestMount mount(Geometry::Equatorial, 3);
   EXPECT_EQ(mount.SetBacklash(0, 0), Ok);
   EXPECT_EQ(mount.backlashTime[0], 0u);
   EXPECT_EQ(mount.SetBacklash(1, 2 * DEG), Ok);
@@ -102,7 +104,7 @@ TEST(MountCore, BacklashGuideAndTrackingRates) {
 }
 
 TEST(MountCore, SkyToAxesAppliesAndRemovesPointingTerms) {
-  FakeMount mount;
+  TestMount mount;
   AnglePair sky{7.0, 0.4};
   AnglePair axes;
   mount.SkyToAxes(&sky, &axes, 1);
@@ -133,16 +135,14 @@ TEST(MountCore, SkyToAxesAppliesAndRemovesPointingTerms) {
 }
 
 TEST(MountCore, HorizontalPositionFromTheAxes) {
-  FakeMount mount;  // identity matrices: axes are (hour angle, declination)
+  TestMount mount;  // identity matrices: axes are (hour angle, declination)
   ASSERT_EQ(mount.SetSite(30 * DEG, 0), Ok);
-  mount.hardwarePosition[0] = 0.0;
-  mount.hardwarePosition[1] = 0.0;
+  mount.PlaceAxes(0.0, 0.0);
   AnglePair horizontal;
   ASSERT_EQ(mount.GetHorizontalPosition(&horizontal), Ok);
   EXPECT_NEAR(horizontal.lat, 60 * DEG, 1e-12) << "the equator on the meridian";
   EXPECT_NEAR(std::fabs(horizontal.lon), PI, 1e-12) << "due south";
-  mount.hardwarePosition[0] = -1.0;  // east of the meridian
-  mount.hardwarePosition[1] = 0.2;
+  mount.PlaceAxes(-1.0, 0.2);  // east of the meridian
   ASSERT_EQ(mount.GetHorizontalPosition(&horizontal), Ok);
   EXPECT_GT(horizontal.lon, 0.0) << "rising stars stand east";
   EXPECT_LT(horizontal.lon, PI);
@@ -162,7 +162,7 @@ TEST(MountCore, HorizontalPositionFromTheAxes) {
 }
 
 TEST(MountCore, AlignmentStarRatingByAltitude) {
-  FakeMount mount;
+  TestMount mount;
   ASSERT_EQ(mount.SetSite(30 * DEG, 0), Ok);
   // On the meridian the altitude is 90 - latitude + declination.
   auto onMeridianAt = [](double altitudeDeg) { return AnglePair{0.0, (altitudeDeg - 60.0) * DEG}; };
@@ -174,36 +174,36 @@ TEST(MountCore, AlignmentStarRatingByAltitude) {
 }
 
 TEST(MountCore, SyncHomeAndSyncAxis) {
-  FakeMount equatorial(6, true);
+  TestMount equatorial(Geometry::Equatorial, 6);
   EXPECT_EQ(equatorial.SyncHome(), Ok);
   EXPECT_EQ(equatorial.axisPosition[0], -PI / 2);
   EXPECT_EQ(equatorial.axisPosition[1], PI / 2);
-  FakeMount altaz;
-  altaz.hardwarePosition[0] = 1.0;
+  TestMount altaz(Geometry::AltAz, 7);
+  altaz.PlaceAxes(1.0, 0.0);
   EXPECT_EQ(altaz.SyncHome(), Ok);
-  EXPECT_EQ(altaz.hardwarePosition[0], 0.0);
+  EXPECT_EQ(altaz.TrueAngle(0), 0.0);
 
   EXPECT_EQ(altaz.SyncAxis(1, 7.0), Ok);
-  EXPECT_DOUBLE_EQ(altaz.hardwarePosition[1], 7.0 - 2 * PI) << "synced angle is reduced";
-  altaz.hardwareStatus[0] = AXIS_RUNNING;
+  EXPECT_DOUBLE_EQ(altaz.TrueAngle(1), 7.0 - 2 * PI) << "synced angle is reduced";
+  ASSERT_EQ(altaz.SetAxisRate(0, -1e-9), Ok);
   EXPECT_EQ(altaz.SyncAxis(0, 0.3), AxisBusy);
-  EXPECT_EQ(altaz.hardwarePosition[0], 0.0) << "a moving axis is not synced";
+  EXPECT_NEAR(altaz.TrueAngle(0), 0.0, 1e-6) << "a moving axis is not synced";
   EXPECT_EQ(altaz.SyncAxis(1, NaN), InvalidParameter);
   EXPECT_EQ(altaz.SyncAxis(2, 0.1), InvalidParameter);
 }
 
 TEST(MountCore, MountStateFollowsAxesAndFlags) {
-  FakeMount mount;
+  TestMount mount;
   uint32_t state = 0;
   mount.slewActive = 1;
   mount.GetMountStatus(&state);
   EXPECT_EQ(state, STATE_SLEWING) << "a slew worker runs";
   mount.slewActive = 0;
-  mount.hardwareStatus[1] = AXIS_SLEWING;
+  ASSERT_EQ(mount.SlewAxisTo(1, 1.0), Ok);
   mount.GetMountStatus(&state);
   EXPECT_EQ(state, STATE_SLEWING) << "an axis reports slewing";
 
-  mount.hardwareStatus[1] = AXIS_RUNNING;
+  ASSERT_EQ(mount.SetAxisRate(1, -1e-9), Ok);
   mount.axisRunFlag[1] = 1;
   mount.GetMountStatus(&state);
   EXPECT_EQ(state, STATE_MOVING) << "running with a run flag is a manual move";
@@ -211,16 +211,17 @@ TEST(MountCore, MountStateFollowsAxesAndFlags) {
   mount.GetMountStatus(&state);
   EXPECT_EQ(state, STATE_TRACKING) << "running without a run flag is tracking";
 
-  mount.hardwareStatus[1] = AXIS_STOPPED;
+  ASSERT_EQ(mount.StopAxisMotor(1), Ok);
+  const size_t stops = mount.Commands(Command::Stop).size();
   mount.GetMountStatus(&state);
   EXPECT_EQ(state, STATE_TRACKING) << "a tracking mount whose axes stand stays tracking";
   EXPECT_EQ(mount.StopTracking(), Ok);
-  EXPECT_EQ(mount.stopCalls, 2) << "stopping tracking stops both motors";
+  EXPECT_EQ(mount.Commands(Command::Stop).size(), stops + 2) << "stopping tracking stops both motors";
   mount.GetMountStatus(&state);
   EXPECT_EQ(state, STATE_IDLE);
 
   EXPECT_EQ(mount.MoveAxis(0, 0.0), Ok);
-  EXPECT_EQ(mount.stopCalls, 3) << "a zero rate stops the axis";
+  EXPECT_EQ(mount.Commands(Command::Stop).size(), stops + 3) << "a zero rate stops the axis";
   EXPECT_EQ(mount.axisRunFlag[0], 0u);
   EXPECT_EQ(mount.MoveAxis(0, NaN), InvalidParameter);
   EXPECT_EQ(mount.MoveAxis(2, 0.001), InvalidParameter);
@@ -228,7 +229,7 @@ TEST(MountCore, MountStateFollowsAxesAndFlags) {
 }
 
 TEST(MountCore, SlewParametersIgnoreNonFiniteValues) {
-  FakeMount mount;
+  TestMount mount;
   mount.SetSlewParameters(0.01, 0.02, 0.001, 3.0);
   EXPECT_EQ(mount.approachMargin, 0.01);
   EXPECT_EQ(mount.approachOvershoot, 0.02);
@@ -286,7 +287,7 @@ TEST(AlignmentRecord, ExactBytes) {
 }
 
 TEST(AlignmentRecord, RoundTripAndEveryCorruptionRefused) {
-  FakeMount mount(7, false);
+  TestMount mount(Geometry::AltAz, 7);
   mount.pointing.Store(SampleFields().pointing);
   mount.misalignment = 0.125;
   mount.alignmentQuality = 100;
@@ -294,7 +295,7 @@ TEST(AlignmentRecord, RoundTripAndEveryCorruptionRefused) {
   uint8_t record[ALIGNMENT_RECORD_SIZE] = {};
   ASSERT_EQ(mount.GetAlignmentData(record), 200);
 
-  FakeMount later(7, false);
+  TestMount later(Geometry::AltAz, 7);
   ASSERT_EQ(later.SetAlignmentData(record), Ok);
   const PointingSnapshot restored = later.pointing.Load();
   EXPECT_EQ(restored.skyToAxes, SampleFields().pointing.skyToAxes);
@@ -308,11 +309,11 @@ TEST(AlignmentRecord, RoundTripAndEveryCorruptionRefused) {
     uint8_t corrupt[ALIGNMENT_RECORD_SIZE];
     std::memcpy(corrupt, record, sizeof corrupt);
     corrupt[i] ^= 0x01;
-    FakeMount target(7, false);
+    TestMount target(Geometry::AltAz, 7);
     EXPECT_EQ(target.SetAlignmentData(corrupt), InvalidAlignmentData) << "flipped byte " << i;
     EXPECT_EQ(target.aligned, 0u) << "a refused record changes nothing, byte " << i;
   }
-  FakeMount otherModel(6, true);
+  TestMount otherModel(Geometry::Equatorial, 6);
   EXPECT_EQ(otherModel.SetAlignmentData(record), InvalidAlignmentData);
 
   // A record with a consistent checksum but a NaN inside is refused too.
@@ -324,7 +325,7 @@ TEST(AlignmentRecord, RoundTripAndEveryCorruptionRefused) {
 }
 
 TEST(MountCore, ResetAlignmentKeepsQualityAndRefusesNaN) {
-  FakeMount mount;
+  TestMount mount;
   mount.aligned = 1;
   mount.alignmentQuality = 100;
   mount.misalignment = 0.3;

@@ -3,76 +3,41 @@
 #include <cmath>
 #include <utility>
 
+#include "geometry/nominal_transform.h"
 #include "interface/messages.h"
 #include "mount/motion_workers.h"
 #include "platform/clock.h"
 
 namespace scopemount::testing {
 
+std::atomic<int32_t> TestMount::openResult{Ok};
 std::atomic<int> TestMount::liveCount{0};
 
 TestMount::TestMount(Geometry geometryKind, int32_t model)
-    : geometry(geometryKind), log_(std::make_unique<std::array<CommandRecord, LOG_CAPACITY>>()) {
+    : geometry(geometryKind),
+      motors_(std::make_unique<SimulatedMotors>(*this, DEFAULT_SLEW_SPEED, AnglePair{0.0, 0.0})),
+      log_(std::make_unique<std::array<CommandRecord, LOG_CAPACITY>>()) {
   modelId = model;
   isEquatorial = geometry == Geometry::Equatorial ? 1 : 0;
-  const uint32_t now = platform::TickCount();
-  for (Axis& axis : axes_) axis.startTick = now;
   TestMount::ResetTransform();
   ++liveCount;
 }
 
 TestMount::~TestMount() { --liveCount; }
 
-// --- Simulated axes ------------------------------------------------------
-
-double TestMount::AngleAt(const Axis& axis, uint32_t now) const {
-  const double seconds = static_cast<double>(now - axis.startTick) / 1000.0;
-  switch (axis.motion) {
-    case Motion::Standing:
-      break;
-    case Motion::Running:
-      return axis.start + axis.rate * seconds;
-    case Motion::Slewing: {
-      const double travelled = slewSpeed * seconds;
-      const double distance = axis.target - axis.start;
-      if (travelled >= std::fabs(distance)) return axis.target;
-      return axis.start + (distance > 0.0 ? travelled : -travelled);
-    }
-  }
-  return axis.start;
-}
-
-void TestMount::Rebase(Axis& axis, uint32_t now) {
-  axis.start = AngleAt(axis, now);
-  axis.startTick = now;
-  if (axis.motion == Motion::Slewing && axis.start == axis.target) axis.motion = Motion::Standing;
-}
-
-uint32_t TestMount::StatusOf(const Axis& axis) const {
-  switch (axis.motion) {
-    case Motion::Standing:
-      break;
-    case Motion::Running:
-      return AXIS_RUNNING | (axis.rate > 0.0 ? AXIS_POSITIVE : 0);
-    case Motion::Slewing:
-      return AXIS_SLEWING | (axis.target > axis.start ? AXIS_POSITIVE : 0);
-  }
-  return AXIS_STOPPED;
-}
+// --- Hardware ----------------------------------------------------------------
 
 int32_t TestMount::NoAnswer(uint32_t axis) const {
   return axis == 0 ? NoResponseAxis1 : NoResponseAxis2;
 }
 
-void TestMount::Record(Command command, uint32_t axis, double value, uint32_t tick,
-                       bool failed) {
-  if (logSize_ < LOG_CAPACITY) (*log_)[logSize_++] = {command, axis, value, tick, failed};
-}
-
-void TestMount::HoldPositionReads(bool hold) {
-  std::lock_guard lock(gateMutex_);
-  readsHold_ = hold;
-  gateOpened_.notify_all();
+bool TestMount::Answers(Command command, uint32_t axis, double value) {
+  if (silent_[axis]) return false;
+  std::lock_guard lock(mutex_);
+  if (logSize_ < LOG_CAPACITY) {
+    (*log_)[logSize_++] = {command, axis, value, platform::TickCount(), false};
+  }
+  return true;
 }
 
 int32_t TestMount::ReadAxisPosition(uint32_t axis) {
@@ -84,31 +49,24 @@ int32_t TestMount::ReadAxisPosition(uint32_t axis) {
     gateOpened_.wait_for(gate, std::chrono::seconds(20), [this] { return !readsHold_; });
     --readsHeld_;
   }
-  std::lock_guard lock(mutex_);
-  if (positionReadFailures_[axis] > 0) {
-    --positionReadFailures_[axis];
-    return NoAnswer(axis);
+  {
+    std::lock_guard lock(mutex_);
+    if (positionReadFailures_[axis] > 0) {
+      --positionReadFailures_[axis];
+      return NoAnswer(axis);
+    }
   }
-  Rebase(axes_[axis], platform::TickCount());
-  axisPosition[axis] = axes_[axis].start;
-  return Ok;
+  return motors_->ReadPosition(axis);
 }
 
 int32_t TestMount::ReadAxisStatus(uint32_t axis) {
   if (!IsValidAxis(axis)) return InvalidParameter;
   if (silent_[axis]) return NoAnswer(axis);
-  ++statusReads;
-  std::lock_guard lock(mutex_);
-  Rebase(axes_[axis], platform::TickCount());
-  axisStatus[axis] = StatusOf(axes_[axis]);
-  return Ok;
+  return motors_->ReadStatus(axis);
 }
 
 int32_t TestMount::PrepareSlew() {
-  {
-    std::lock_guard lock(mutex_);
-    Record(Command::PrepareSlew, 0, 0.0, platform::TickCount());
-  }
+  Answers(Command::PrepareSlew, 0, 0.0);
   const uint32_t delay = prepareSlewDelayMs;
   if (delay != 0) platform::Sleep(delay);
   return prepareSlewResult;
@@ -117,61 +75,38 @@ int32_t TestMount::PrepareSlew() {
 int32_t TestMount::SetAxisRate(uint32_t axis, double rate) {
   if (!IsValidAxis(axis)) return InvalidParameter;
   if (silent_[axis]) return NoAnswer(axis);
-  std::lock_guard lock(mutex_);
-  const uint32_t now = platform::TickCount();
-  if (ratesBeforeFailure_[axis] > 0) {
-    --ratesBeforeFailure_[axis];
-  } else if (rateFailures_[axis] > 0) {
-    --rateFailures_[axis];
-    Record(Command::SetRate, axis, rate, now, /*failed=*/true);
-    return NoAnswer(axis);
+  {
+    std::lock_guard lock(mutex_);
+    if (ratesBeforeFailure_[axis] > 0) {
+      --ratesBeforeFailure_[axis];
+    } else if (rateFailures_[axis] > 0) {
+      --rateFailures_[axis];
+      if (logSize_ < LOG_CAPACITY) {
+        (*log_)[logSize_++] = {Command::SetRate, axis, rate, platform::TickCount(), true};
+      }
+      return NoAnswer(axis);
+    }
   }
-  Record(Command::SetRate, axis, rate, now);
-  Axis& a = axes_[axis];
-  Rebase(a, now);
-  a.rate = rate;
-  a.motion = rate == 0.0 ? Motion::Standing : Motion::Running;
-  if (rate != 0.0) axisDirection[axis] = rate > 0.0 ? 1 : 0;
-  axisStatus[axis] = StatusOf(a);
-  return Ok;
+  Answers(Command::SetRate, axis, rate);
+  return motors_->SetRate(axis, rate);
 }
 
 int32_t TestMount::SlewAxisTo(uint32_t axis, double angle) {
   if (!IsValidAxis(axis)) return InvalidParameter;
-  if (silent_[axis]) return NoAnswer(axis);
-  std::lock_guard lock(mutex_);
-  const uint32_t now = platform::TickCount();
-  Record(Command::SlewTo, axis, angle, now);
-  Axis& a = axes_[axis];
-  Rebase(a, now);
-  a.target = angle;
-  a.motion = a.start == angle ? Motion::Standing : Motion::Slewing;
-  axisStatus[axis] = StatusOf(a);
-  return Ok;
+  if (!Answers(Command::SlewTo, axis, angle)) return NoAnswer(axis);
+  return motors_->SlewTo(axis, angle);
 }
 
 int32_t TestMount::StopAxisMotor(uint32_t axis) {
   if (!IsValidAxis(axis)) return InvalidParameter;
-  if (silent_[axis]) return NoAnswer(axis);
-  std::lock_guard lock(mutex_);
-  const uint32_t now = platform::TickCount();
-  Record(Command::Stop, axis, 0.0, now);
-  Rebase(axes_[axis], now);
-  axes_[axis].motion = Motion::Standing;
-  axisStatus[axis] = AXIS_STOPPED;
-  return Ok;
+  if (!Answers(Command::Stop, axis, 0.0)) return NoAnswer(axis);
+  return motors_->Stop(axis);
 }
 
 int32_t TestMount::SetAxisPosition(uint32_t axis, double angle) {
   if (!IsValidAxis(axis)) return InvalidParameter;
-  if (silent_[axis]) return NoAnswer(axis);
-  std::lock_guard lock(mutex_);
-  const uint32_t now = platform::TickCount();
-  Record(Command::SetPosition, axis, angle, now);
-  Rebase(axes_[axis], now);
-  axes_[axis].start = angle;
-  axisPosition[axis] = angle;
-  return Ok;
+  if (!Answers(Command::SetPosition, axis, angle)) return NoAnswer(axis);
+  return motors_->SetPosition(axis, angle);
 }
 
 // --- Geometry --------------------------------------------------------------
@@ -191,12 +126,7 @@ void TestMount::ResetTransform() {
     skyToAxes = Matrix3(-1.0);
     skyToAxes.at(0, 0) = 1.0;
   }
-  Matrix3 axesToSky = skyToAxes;
-  axesToSky.Invert();
-  pointing.Update([&](PointingSnapshot& model) {
-    model.skyToAxes = skyToAxes;
-    model.axesToSky = axesToSky;
-  });
+  LoadNominalTransform(pointing, skyToAxes);
 }
 
 void TestMount::HaltAltAzTracking() {
@@ -239,15 +169,28 @@ int32_t TestMount::GotoHorizontal(double azimuth, double altitude) {
 }
 
 int32_t TestMount::GotoAxes(double angle0, double angle1) {
+  if (captureGotoAxes) {
+    capturedGotoAxes[0] = angle0;
+    capturedGotoAxes[1] = angle1;
+    ++capturedGotoAxesCalls;
+    return Ok;
+  }
   HaltAltAzTracking();
   return StartAxisTargetSlew(*this, angle0, angle1);
 }
 
 // --- Test controls ----------------------------------------------------------
 
-double TestMount::TrueAngle(uint32_t axis) const {
-  std::lock_guard lock(mutex_);
-  return AngleAt(axes_[axis], platform::TickCount());
+double TestMount::TrueAngle(uint32_t axis) {
+  motors_->ReadPosition(axis);
+  return axisPosition[axis];
+}
+
+AnglePair TestMount::TrueSky() {
+  AnglePair axes{TrueAngle(0), TrueAngle(1)};
+  AnglePair sky;
+  AxesToSky(&axes, &sky, 1);
+  return sky;
 }
 
 std::vector<CommandRecord> TestMount::Commands() const {
@@ -256,9 +199,8 @@ std::vector<CommandRecord> TestMount::Commands() const {
 }
 
 std::vector<CommandRecord> TestMount::Commands(Command kind) const {
-  std::vector<CommandRecord> all = Commands();
   std::vector<CommandRecord> some;
-  for (const CommandRecord& record : all) {
+  for (const CommandRecord& record : Commands()) {
     if (record.command == kind) some.push_back(record);
   }
   return some;
@@ -269,16 +211,13 @@ size_t TestMount::CommandCount() const {
   return logSize_;
 }
 
-AnglePair TestMount::TrueSky() {
-  AnglePair axes{TrueAngle(0), TrueAngle(1)};
-  AnglePair sky;
-  AxesToSky(&axes, &sky, 1);
-  return sky;
-}
-
-bool TestMount::SlewFinished() const {
-  return axisRunFlag[0] == 0 && axisRunFlag[1] == 0 && slewActive == 0 &&
-         workerIdleEvent.IsSignalled();
+size_t TestMount::CommandCount(Command kind, uint32_t axis) const {
+  std::lock_guard lock(mutex_);
+  size_t count = 0;
+  for (size_t i = 0; i < logSize_; ++i) {
+    if ((*log_)[i].command == kind && (*log_)[i].axis == axis) ++count;
+  }
+  return count;
 }
 
 void TestMount::FailRateCommands(uint32_t axis, uint32_t after, uint32_t count) {
@@ -292,26 +231,28 @@ void TestMount::FailPositionReads(uint32_t axis, uint32_t count) {
   positionReadFailures_[axis] = count;
 }
 
-size_t TestMount::CommandCount(Command kind, uint32_t axis) const {
-  std::lock_guard lock(mutex_);
-  size_t count = 0;
-  for (size_t i = 0; i < logSize_; ++i) {
-    if ((*log_)[i].command == kind && (*log_)[i].axis == axis) ++count;
-  }
-  return count;
+void TestMount::HoldPositionReads(bool hold) {
+  std::lock_guard lock(gateMutex_);
+  readsHold_ = hold;
+  gateOpened_.notify_all();
+}
+
+bool TestMount::SlewFinished() const {
+  return axisRunFlag[0] == 0 && axisRunFlag[1] == 0 && slewActive == 0 &&
+         workerIdleEvent.IsSignalled();
 }
 
 void TestMount::PlaceAxes(double angle0, double angle1) {
-  std::lock_guard lock(mutex_);
-  const uint32_t now = platform::TickCount();
   const double angles[AXIS_COUNT] = {angle0, angle1};
   for (uint32_t axis = 0; axis < AXIS_COUNT; ++axis) {
-    axes_[axis] = Axis{};
-    axes_[axis].start = angles[axis];
-    axes_[axis].startTick = now;
-    axisPosition[axis] = angles[axis];
-    axisStatus[axis] = AXIS_STOPPED;
+    motors_->Stop(axis);
+    motors_->SetPosition(axis, angles[axis]);
   }
+}
+
+void TestMount::SetSlewSpeed(double radiansPerSecond) {
+  motors_ = std::make_unique<SimulatedMotors>(*this, radiansPerSecond,
+                                              AnglePair{TrueAngle(0), TrueAngle(1)});
 }
 
 // --- Behind a model number -------------------------------------------------
@@ -319,10 +260,11 @@ void TestMount::PlaceAxes(double angle0, double angle1) {
 namespace {
 
 std::atomic<Geometry> modelGeometry[MODEL_COUNT];
+std::atomic<int32_t> storedModel[MODEL_COUNT];
 
 template <int32_t model>
 std::unique_ptr<Mount> MakeTestMount() {
-  return std::make_unique<TestMount>(modelGeometry[model].load(), model);
+  return std::make_unique<TestMount>(modelGeometry[model].load(), storedModel[model].load());
 }
 
 template <std::size_t... models>
@@ -335,14 +277,17 @@ constexpr std::array<MountFactory, MODEL_COUNT> testFactories =
 
 }  // namespace
 
-ScopedTestModel::ScopedTestModel(int32_t model, Geometry geometry) : model_(model) {
+ScopedTestModel::ScopedTestModel(int32_t model, Geometry geometry, int32_t storedModelId)
+    : model_(model) {
   modelGeometry[model] = geometry;
+  storedModel[model] = storedModelId < 0 ? model : storedModelId;
   previous_ = ReplaceModelFactory(model, testFactories[model]);
 }
 
 ScopedTestModel::~ScopedTestModel() {
   DisconnectMount();
   ReplaceModelFactory(model_, previous_);
+  TestMount::openResult = Ok;
 }
 
 TestMount* ConnectedTestMount() { return dynamic_cast<TestMount*>(CurrentMount()); }

@@ -1,15 +1,9 @@
-// A mount with simulated axes on the active clock, for driving the workers.
+// A mount on the simulators' software motors, for driving the mount core
+// and its workers: every command is recorded with its tick, and an axis can
+// be made to stop answering, fail some commands or hold its position reads.
 //
-// Each axis moves piecewise linearly: standing, running at a rate, or
-// slewing toward a target at slewSpeed, with positions worked out from the
-// tick count whenever they are read, so a fast test clock makes a 30 s
-// tracking cycle cost milliseconds. Status bits follow the hardware
-// contract: slewing (4) until the axis stands at its target, then stopped
-// (1); running (2); positive direction (8). Every command is recorded with
-// its tick, and an axis can be made to stop answering.
-//
-// The geometry is a minimal equatorial or Alt/Az one (nominal matrices for
-// the latitude) with the tracking pieces a geometry layer would use.
+// The geometry is the nominal equatorial or Alt/Az one for the latitude,
+// with the tracking pieces a geometry layer would use.
 #pragma once
 
 #include <array>
@@ -21,6 +15,7 @@
 #include <mutex>
 #include <vector>
 
+#include "geometry/simulated_motors.h"
 #include "interface/current_mount.h"
 #include "mount/mount.h"
 #include "mount/tracking_workers.h"
@@ -47,6 +42,7 @@ class TestMount : public Mount {
   ~TestMount() override;
 
   // Hardware.
+  int32_t OpenMount() override { return openResult; }
   int32_t ReadAxisPosition(uint32_t axis) override;
   int32_t ReadAxisStatus(uint32_t axis) override;
   int32_t PrepareSlew() override;
@@ -67,8 +63,10 @@ class TestMount : public Mount {
   int32_t GotoAxes(double angle0, double angle1) override;
 
   // --- Test controls ---------------------------------------------------
-  // Where the axis is now, without touching the mount's cached fields.
-  double TrueAngle(uint32_t axis) const;
+  // Where the axis is now.
+  double TrueAngle(uint32_t axis);
+  // The sky position the axes point at now, by the model in force.
+  AnglePair TrueSky();
   // Every command so far (copied), or those of one kind.
   std::vector<CommandRecord> Commands() const;
   std::vector<CommandRecord> Commands(Command kind) const;
@@ -83,8 +81,6 @@ class TestMount : public Mount {
   void FailRateCommands(uint32_t axis, uint32_t after, uint32_t count);
   // The next `count` position reads on the axis fail.
   void FailPositionReads(uint32_t axis, uint32_t count);
-  // The sky position the axes point at now, by the model in force.
-  AnglePair TrueSky();
   // While held, position reads wait (at most 20 s of real time) until
   // released: a worker can be stopped at its next read while the test
   // issues a request. ReadsHeld counts the reads waiting now.
@@ -92,43 +88,38 @@ class TestMount : public Mount {
   int ReadsHeld() const { return readsHeld_; }
   // No slew worker holds the axes any more and both run flags are free.
   bool SlewFinished() const;
-  // Puts the axes somewhere without recording a command.
+  // Stops both axes where given, without recording a command.
   void PlaceAxes(double angle0, double angle1);
+  // New motors at the current angles (before any worker runs).
+  void SetSlewSpeed(double radiansPerSecond);
 
-  std::atomic<double> slewSpeed{DEFAULT_SLEW_SPEED};
   std::atomic<int32_t> prepareSlewResult{Ok};
   // PrepareSlew takes this long (test-clock ms): a worker busy in a
   // hardware call that cannot see a request to give up.
   std::atomic<uint32_t> prepareSlewDelayMs{0};
-  std::atomic<uint32_t> statusReads{0};
+  // GotoAxes records its targets here and starts nothing while set: the
+  // exported single-axis slew checked without a worker.
+  std::atomic<bool> captureGotoAxes{false};
+  std::atomic<double> capturedGotoAxes[AXIS_COUNT]{0.0, 0.0};
+  std::atomic<int> capturedGotoAxesCalls{0};
   const Geometry geometry;
   AltAzTracking altAzTracking{*this};
 
+  // What OpenMount answers, for every test mount.
+  static std::atomic<int32_t> openResult;
   // Test mounts alive in the process: a released mount must reach 0 again.
   static std::atomic<int> liveCount;
 
  private:
-  enum class Motion { Standing, Running, Slewing };
-  struct Axis {
-    Motion motion = Motion::Standing;
-    double start = 0.0;
-    uint32_t startTick = 0;
-    double rate = 0.0;    // Running
-    double target = 0.0;  // Slewing
-  };
   static constexpr size_t LOG_CAPACITY = 8192;
 
-  double AngleAt(const Axis& axis, uint32_t now) const;
-  // Brings the axis to `now` and starts a new segment there.
-  void Rebase(Axis& axis, uint32_t now);
-  uint32_t StatusOf(const Axis& axis) const;
   int32_t NoAnswer(uint32_t axis) const;
-  void Record(Command command, uint32_t axis, double value, uint32_t tick,
-              bool failed = false);
+  // Checks the axis and the silence; records the command if it answers.
+  bool Answers(Command command, uint32_t axis, double value);
   void HaltAltAzTracking();
 
+  std::unique_ptr<SimulatedMotors> motors_;
   mutable std::mutex mutex_;
-  Axis axes_[AXIS_COUNT];
   // Fixed storage: recording allocates nothing once the mount exists.
   std::unique_ptr<std::array<CommandRecord, LOG_CAPACITY>> log_;
   size_t logSize_ = 0;
@@ -145,9 +136,10 @@ class TestMount : public Mount {
 
 // Puts TestMounts of the given geometry behind a model number while the
 // object lives; disconnects and restores the previous factory at the end.
+// The mount's own modelId is `storedModelId` (-1: the model itself).
 class ScopedTestModel {
  public:
-  ScopedTestModel(int32_t model, Geometry geometry);
+  ScopedTestModel(int32_t model, Geometry geometry, int32_t storedModelId = -1);
   ~ScopedTestModel();
   ScopedTestModel(const ScopedTestModel&) = delete;
   ScopedTestModel& operator=(const ScopedTestModel&) = delete;
