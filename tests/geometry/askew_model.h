@@ -1,17 +1,40 @@
-// A mount built askew: its axes stand off the nominal frame by a rotation
-// (on the axis side), with pointing terms of its own. Alignment tests
-// observe stars through it as a user centring them would.
+// A simulator built askew: its axes stand off the nominal frame by a
+// rotation (on the axis side), with pointing terms of its own. Alignment
+// tests observe stars through it as a user centring them would.
 #pragma once
 
 #include <cmath>
 
 #include "celestial/matrix3.h"
+#include "geometry/altaz_simulator.h"
+#include "geometry/equatorial_simulator.h"
 #include "mount/mount.h"
+#include "scopemount.h"
 
 namespace scopemount::testing {
 
-inline void MakeAskew(Mount& mount, const Matrix3& skew, double index = 0.0, double cone = 0.0) {
-  mount.pointing.Update([&](PointingSnapshot& model) {
+// A rotation by `angle` about coordinate axis 0 (x), 1 (y) or 2 (z).
+inline Matrix3 Rotation(int axis, double angle) {
+  Matrix3 r(1.0);
+  const int i = (axis + 1) % 3;
+  const int j = (axis + 2) % 3;
+  r.at(i, i) = r.at(j, j) = std::cos(angle);
+  r.at(i, j) = -std::sin(angle);
+  r.at(j, i) = std::sin(angle);
+  return r;
+}
+
+// The simulator of `model` at `latitude`, nominal unless given a skew.
+inline OwnedMount<Mount> Simulator(int32_t model, double latitude, const Matrix3& skew = Matrix3(1.0),
+                                   double index = 0.0, double cone = 0.0) {
+  OwnedMount<Mount> mount;
+  if (model == SCOPE_MODEL_ALTAZ_SIMULATOR) {
+    mount.reset(new AltAzSimulator);
+  } else {
+    mount.reset(new EquatorialSimulator);
+  }
+  mount->SetSite(latitude, 0.0);
+  mount->pointing.Update([&](PointingSnapshot& model) {
     Matrix3 skyToAxes = skew;
     skyToAxes.MultiplyInPlace(model.skyToAxes);
     model.skyToAxes = skyToAxes;
@@ -20,18 +43,16 @@ inline void MakeAskew(Mount& mount, const Matrix3& skew, double index = 0.0, dou
     model.indexError = index;
     model.coneError = cone;
   });
+  return mount;
 }
 
-// A rotation by `angle` about coordinate axis 0 (x), 1 (y) or 2 (z).
-inline Matrix3 Rotation(int axis, double angle) {
-  Matrix3 r(1.0);
-  const int i = (axis + 1) % 3;
-  const int j = (axis + 2) % 3;
-  r.at(i, i) = std::cos(angle);
-  r.at(i, j) = -std::sin(angle);
-  r.at(j, i) = std::sin(angle);
-  r.at(j, j) = std::cos(angle);
-  return r;
+// Where `mount` sees `sky`.
+inline AnglePair AxesOf(Mount& mount, AnglePair sky) {
+  AnglePair axes;
+  mount.SkyToAxes(&sky, &axes, 1);
+  return axes;
 }
+
+inline StarObservation Observe(Mount& truth, AnglePair sky) { return {sky, AxesOf(truth, sky)}; }
 
 }  // namespace scopemount::testing
