@@ -2,6 +2,7 @@
 // recovering known pointing terms, and what a failure leaves behind.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cfenv>
 #include <cmath>
 #include <limits>
@@ -45,68 +46,58 @@ class StarAlignment : public ::testing::Test {
   const AnglePair s3{0.2, 1.0};
 };
 
-TEST_F(StarAlignment, NominalMeasurementsGiveTheNominalModel) {
-  const PointingSnapshot nominal = altaz.pointing.Load();
-  const StarObservation o1 = Observe(altaz, s1), o2 = Observe(altaz, s2), o3 = Observe(altaz, s3);
-  ASSERT_EQ(altaz.AlignTwoStars(o1, o2), Ok);
-  PointingSnapshot fitted = altaz.pointing.Load();
-  ExpectMatrixNear(fitted.skyToAxes, nominal.skyToAxes, 1e-12);
-  ExpectMatrixNear(fitted.axesToSky, nominal.axesToSky, 1e-12);
-  EXPECT_NEAR(fitted.indexError, 0.0, 1e-12);
-  EXPECT_EQ(altaz.aligned, 1u);
-  EXPECT_EQ(altaz.alignmentQuality, 100u);
-
-  ASSERT_EQ(altaz.AlignThreeStars(o1, o2, o3), Ok);
-  fitted = altaz.pointing.Load();
-  ExpectMatrixNear(fitted.skyToAxes, nominal.skyToAxes, 1e-9);
-  EXPECT_NEAR(fitted.indexError, 0.0, 1e-9);
-  EXPECT_NEAR(fitted.coneError, 0.0, 1e-9);
-}
-
-TEST_F(StarAlignment, ThreeStarsRecoverIndexAndConeTerms) {
-  altaz.pointing.Update([](PointingSnapshot& model) {
-    model.indexError = 0.3 * DEG;
-    model.coneError = 0.2 * DEG;
-  });
-  const StarObservation o1 = Observe(altaz, s1), o2 = Observe(altaz, s2), o3 = Observe(altaz, s3);
-  ASSERT_EQ(altaz.ResetAlignment(0.0, 0.0), Ok);
-  ASSERT_EQ(altaz.AlignThreeStars(o1, o2, o3), Ok);
-  const PointingSnapshot fitted = altaz.pointing.Load();
-  EXPECT_NEAR(fitted.indexError, 0.3 * DEG, ARCMIN);
-  EXPECT_NEAR(fitted.coneError, 0.2 * DEG, ARCMIN);
-  for (const StarObservation& o : {o1, o2, o3}) {
-    const StarObservation seen = Observe(altaz, o.sky);
-    EXPECT_LT(AngularSeparation(seen.axes.lon, seen.axes.lat, o.axes.lon, o.axes.lat), ARCMIN)
-        << "the fitted model points at every star";
+// Stars seen through known pointing terms give those terms back, and a
+// model that points at every star.
+TEST_F(StarAlignment, FitsRecoverKnownTerms) {
+  const struct {
+    const char* name;
+    double index, cone;
+    bool threeStars;
+    bool thirdAtFirstsAzimuth;  // the cone term is then fitted on stars 2 and 3
+    double tolerance;
+  } cases[] = {
+      {"nominal measurements, two stars", 0, 0, false, false, 1e-12},
+      {"nominal measurements, three stars", 0, 0, true, false, 1e-9},
+      {"two stars: the index term", -0.4 * DEG, 0, false, false, 1e-9},
+      {"three stars: index and cone", 0.3 * DEG, 0.2 * DEG, true, false, ARCMIN},
+      {"a pure index offset, third star at the first's azimuth", 0.5 * DEG, 0, true, true, ARCMIN},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    ASSERT_EQ(altaz.ResetAlignment(0.0, 0.0), Ok);
+    const PointingSnapshot nominal = altaz.pointing.Load();
+    AnglePair third = s3;
+    if (c.thirdAtFirstsAzimuth) {
+      // Two degrees of azimuth from star 1 and 30 degrees higher.
+      AnglePair axes3 = Observe(altaz, s1).axes;
+      axes3.lon += 2 * DEG;
+      axes3.lat += 30 * DEG;
+      altaz.AxesToSky(&axes3, &third, 0);
+    }
+    altaz.pointing.Update([&](PointingSnapshot& model) {
+      model.indexError = c.index;
+      model.coneError = c.cone;
+    });
+    const StarObservation o[3] = {Observe(altaz, s1), Observe(altaz, s2), Observe(altaz, third)};
+    ASSERT_EQ(altaz.ResetAlignment(0.0, 0.0), Ok);
+    ASSERT_EQ(c.threeStars ? altaz.AlignThreeStars(o[0], o[1], o[2]) : altaz.AlignTwoStars(o[0], o[1]),
+              Ok);
+    const PointingSnapshot fitted = altaz.pointing.Load();
+    EXPECT_NEAR(fitted.indexError, c.index, c.tolerance);
+    EXPECT_NEAR(fitted.coneError, c.cone, c.tolerance);
+    if (c.index == 0 && c.cone == 0) {
+      ExpectMatrixNear(fitted.skyToAxes, nominal.skyToAxes, c.tolerance);
+      ExpectMatrixNear(fitted.axesToSky, nominal.axesToSky, c.tolerance);
+    }
+    EXPECT_EQ(altaz.aligned, 1u);
+    EXPECT_EQ(altaz.alignmentQuality, 100u);
+    for (int i = 0; i < (c.threeStars ? 3 : 2); ++i) {
+      const StarObservation seen = Observe(altaz, o[i].sky);
+      EXPECT_LT(AngularSeparation(seen.axes.lon, seen.axes.lat, o[i].axes.lon, o[i].axes.lat),
+                std::max(c.tolerance, 1e-8))
+          << "the fitted model points at star " << i + 1;
+    }
   }
-}
-
-TEST_F(StarAlignment, PureIndexOffsetSettlesWhenTheThirdStarSharesTheFirstsAzimuth) {
-  // Star 3 two degrees of azimuth from star 1 and 30 degrees higher, so the
-  // cone term is fitted on stars 2 and 3.
-  AnglePair axes3 = Observe(altaz, s1).axes;
-  axes3.lon += 2 * DEG;
-  axes3.lat += 30 * DEG;
-  AnglePair sky3;
-  altaz.AxesToSky(&axes3, &sky3, 0);
-  altaz.pointing.Update([](PointingSnapshot& model) { model.indexError = 0.5 * DEG; });
-  const StarObservation o1 = Observe(altaz, s1), o2 = Observe(altaz, s2), o3 = Observe(altaz, sky3);
-  ASSERT_LT(std::fabs(NormalizeAngle(o1.axes.lon - o3.axes.lon)), 5 * DEG);
-  ASSERT_EQ(altaz.ResetAlignment(0.0, 0.0), Ok);
-  ASSERT_EQ(altaz.AlignThreeStars(o1, o2, o3), Ok);
-  const PointingSnapshot fitted = altaz.pointing.Load();
-  EXPECT_NEAR(fitted.indexError, 0.5 * DEG, ARCMIN);
-  EXPECT_NEAR(fitted.coneError, 0.0, ARCMIN);
-}
-
-TEST_F(StarAlignment, TwoStarsRecoverTheIndexTerm) {
-  altaz.pointing.Update([](PointingSnapshot& model) { model.indexError = -0.4 * DEG; });
-  const StarObservation o1 = Observe(altaz, s1), o2 = Observe(altaz, s2);
-  ASSERT_EQ(altaz.ResetAlignment(0.0, 0.0), Ok);
-  ASSERT_EQ(altaz.AlignTwoStars(o1, o2), Ok);
-  EXPECT_NEAR(altaz.pointing.Load().indexError, -0.4 * DEG, 1e-9);
-  const StarObservation seen = Observe(altaz, s2);
-  EXPECT_LT(AngularSeparation(seen.axes.lon, seen.axes.lat, o2.axes.lon, o2.axes.lat), 1e-9);
 }
 
 // The star halfway between two others on their great circle: with them, a
