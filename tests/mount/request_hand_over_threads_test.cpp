@@ -141,14 +141,19 @@ TEST(RequestHandOver, TakeUpEndsAtOnceWhenANewerRequestComes) {
     const uint32_t deadline = began + mount.backlashTime[0];
     Interrupt(mount, c.kind);
     ASSERT_TRUE(WaitUntil([&] { return mount.References() == 1; })) << "a worker kept running";
+    EXPECT_LT(static_cast<int32_t>(platform::TickCount() - deadline), 0)
+        << "a worker waited out its take-up";
 
-    bool stoppedEarly = false;
+    uint32_t stoppedAt = 0;
     for (const CommandRecord& r : mount.Commands(Command::Stop)) {
       if (r.axis == 0 && r.tick >= began && static_cast<int32_t>(r.tick - deadline) < 0) {
-        stoppedEarly = true;
+        stoppedAt = stoppedAt == 0 ? r.tick : stoppedAt;
       }
     }
-    EXPECT_TRUE(stoppedEarly) << "the take-up ran to its deadline";
+    EXPECT_NE(stoppedAt, 0u) << "the take-up ran to its deadline";
+    for (const CommandRecord& r : mount.Commands(Command::SetRate)) {
+      EXPECT_FALSE(r.axis == 0 && r.tick > stoppedAt) << "a rate was set after the stop";
+    }
     EXPECT_NE(MountStatus(mount), STATE_TRACKING) << "tracking started after all";
   }
 }
