@@ -50,25 +50,28 @@ class FixedReplyPort final : public SerialPort {
   }
 };
 
-TEST(ExchangeAllocationTest, ExchangesAllocateNothing) {
+// A controller model on a pseudo-terminal bound to the port the library opens.
+template <typename Controller>
+struct PtyLine {
   emulation::WallClock clock;
-  emulation::DemoController model;
-  emulation::EmulatedLine line(model, clock);
-  emulation::PtyHost host(line);
-  ASSERT_TRUE(host.Start());
-  const testing::SelectedPort selected(PTY_PORT, host.Path().c_str());
-  ASSERT_TRUE(selected.bound());
+  Controller controller;
+  emulation::EmulatedLine line{controller, clock};
+  emulation::PtyHost host{line};
+  bool started = host.Start();
+  testing::SelectedPort selected{PTY_PORT, host.Path().c_str()};
+};
+
+TEST(ExchangeAllocationTest, ExchangesAllocateNothing) {
+  PtyLine<emulation::DemoController> pty;
+  ASSERT_TRUE(pty.started && pty.selected.bound());
   FixedReplyPort port;
   ASSERT_TRUE(port.IsOpen());
-
   const uint8_t command[] = "POS 0\n";
   uint8_t reply[8] = {};
   port.replyLength = 4;
   counting = true;
   uint32_t failures = 0;
-  for (int i = 0; i < 50; ++i) {
-    if (port.Exchange(command, sizeof command - 1, reply) != EXCHANGE_OK) ++failures;
-  }
+  for (int i = 0; i < 50; ++i) failures += port.Exchange(command, sizeof command - 1, reply) != EXCHANGE_OK;
   counting = false;
   EXPECT_EQ(failures, 0u);
   EXPECT_EQ(allocations, 0u);
@@ -76,16 +79,10 @@ TEST(ExchangeAllocationTest, ExchangesAllocateNothing) {
 
 // A protocol layer's polls, reads and run commands allocate nothing either.
 TEST(ExchangeAllocationTest, CompactMountOperationsAllocateNothing) {
-  emulation::WallClock clock;
-  emulation::CompactController board;
-  emulation::EmulatedLine line(board, clock);
-  emulation::PtyHost host(line);
-  ASSERT_TRUE(host.Start());
-  const testing::SelectedPort selected(PTY_PORT, host.Path().c_str());
-  ASSERT_TRUE(selected.bound());
+  PtyLine<emulation::CompactController> pty;
+  ASSERT_TRUE(pty.started && pty.selected.bound());
   OwnedMount<CompactMount> mount(new CompactAltAzMountSmall);
   ASSERT_EQ(mount->OpenMount(), Ok);
-
   counting = true;
   int32_t failures = 0;
   for (int i = 0; i < 10; ++i) {
