@@ -6,7 +6,6 @@
 #include <string>
 
 #include "demo_controller.h"
-#include "emulated_protocols.h"
 #include "platform/clock.h"
 #include "serial/probe_port.h"
 #include "support/emulated_port.h"
@@ -83,14 +82,6 @@ TEST_F(EmulationBenchTest, TheWireCanEchoWhatTheHostSends) {
   EXPECT_EQ(Ask("POS 0\n", 10), "POS 0\n0 0\n");
   line().SetFaults(LineFaults{.silent = true});
   EXPECT_EQ(Ask("POS 0\n", 10), "POS 0\n") << "the wire echoes even when the controller is silent";
-}
-
-TEST(EmulatedProtocolsTest, TheDemonstrationControllerIsServedByName) {
-  const emulation::EmulatedProtocol* demo = emulation::FindEmulatedProtocol("demo");
-  ASSERT_NE(demo, nullptr);
-  EXPECT_NE(demo->makeModel(), nullptr);
-  EXPECT_EQ(emulation::FindEmulatedProtocol("nonesuch"), nullptr);
-  EXPECT_EQ(emulation::FindEmulatedProtocol(nullptr), nullptr);
 }
 
 }  // namespace
