@@ -62,6 +62,8 @@ const Model MODELS[] = {
     {10, 8, false, CompactBoard, {}, 100.0},       {11, 9, false, CompactBoard, {}, 100.0},
 };
 
+void PrintTo(const Model& model, std::ostream* out) { *out << "model " << model.number; }
+
 // A model's controller on the bench, connected unless faults prevent it.
 class Session : public ControllerBench {
  public:
