@@ -38,14 +38,15 @@ TEST_F(EmulationBenchTest, DemonstrationAxesMoveWithRatesAndGotosOnTheClock) {
   EXPECT_EQ(Ask("GOTO 0 8000\n", 3), "OK\n");
   EXPECT_EQ(Ask("STAT 0\n", 5), "0 12\n") << "slewing, positive";
   ASSERT_TRUE(WaitUntil([&] { return Ask("STAT 0\n", 4) == "0 1\n"; })) << "stopped at the target";
-  EXPECT_GE(platform::ActiveClock().NowMs() - start, 2000u);
+  EXPECT_GE(platform::ActiveClock().NowMs() - start, 1990u);
   EXPECT_EQ(Ask("POS 0\n", 7), "0 8000\n");
 
   const uint64_t running = platform::ActiveClock().NowMs();
   EXPECT_EQ(Ask("RATE 1 -500\n", 3), "OK\n");
   EXPECT_EQ(Ask("STAT 1\n", 4), "1 2\n") << "running, negative";
   ASSERT_TRUE(WaitUntil([&] { return std::stol(Ask("POS 1\n", 7).substr(2)) <= -1000; }));
-  EXPECT_GE(platform::ActiveClock().NowMs() - running, 2000u) << "500 millidegrees a second";
+  // 500 millidegrees a second, less the position's rounding.
+  EXPECT_GE(platform::ActiveClock().NowMs() - running, 1990u);
   EXPECT_EQ(Ask("STOP 1\n", 3), "OK\n");
   EXPECT_EQ(Ask("SET 1 42\n", 3), "OK\n");
   EXPECT_EQ(Ask("POS 1\n", 5), "1 42\n");
