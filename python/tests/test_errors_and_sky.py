@@ -80,10 +80,3 @@ def test_library_is_found_or_the_failure_says_where_to_look() -> None:
     assert missing.returncode != 0
     assert "LibraryNotFound" in missing.stderr and "/nonexistent/libscopemount.so.0" in missing.stderr
 
-
-def test_installed_layout_is_searched(tmp_path: Path) -> None:
-    from scopemount._library import LIBRARY_FILE, candidate_paths
-
-    package = tmp_path / "lib" / "python3" / "dist-packages" / "scopemount"
-    paths = candidate_paths(package)
-    assert tmp_path / "lib" / LIBRARY_FILE in paths

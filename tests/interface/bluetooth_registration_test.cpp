@@ -89,7 +89,10 @@ std::string PathOf(int32_t port) {
 
 class BluetoothRegistrationTest : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_FALSE(openable_.path().empty()); }
+  void SetUp() override {
+    ASSERT_FALSE(openable_.path().empty());
+    ScopeSetComPort(7);
+  }
   void TearDown() override {
     for (int32_t port = 0; port < 10; ++port) platform::BindPortPath(port, nullptr);
     SetPortNumber(DEFAULT_PORT_NUMBER);
@@ -97,21 +100,46 @@ class BluetoothRegistrationTest : public ::testing::Test {
 
   FakePortDriver driver_;
   OpenablePort openable_;
-  ScopeDeviceHandle handle_ = reinterpret_cast<ScopeDeviceHandle>(0x5A5A);
 };
 
+// The indexes are tried in order; the first that registers and opens is
+// taken and chosen for the next connection, and every other port that
+// registered is removed again, its index keeping its own device.
 TEST_F(BluetoothRegistrationTest, TakesTheFirstIndexThatRegistersAndOpens) {
-  driver_.paths[2] = UNOPENABLE;  // 0 and 1 refused, 2 registers but does not open
-  driver_.paths[3] = openable_.path();
-  driver_.paths[4] = openable_.path();
-  EXPECT_EQ(ScopeRegisterBluetoothPort(1, 2, 3, &handle_), 3);
-  EXPECT_EQ(driver_.indexes, (std::vector<int32_t>{0, 1, 2, 3})) << "indexes tried in order";
-  EXPECT_EQ(driver_.released, std::vector<BluetoothPortHandle>{HANDLE_BASE + 2})
-      << "the port that failed its open test is removed";
-  EXPECT_EQ(reinterpret_cast<BluetoothPortHandle>(handle_), HANDLE_BASE + 3);
-  EXPECT_EQ(PortNumber(), 3) << "the next connection uses it";
-  EXPECT_EQ(PathOf(3), openable_.path());
-  EXPECT_EQ(PathOf(2), "/dev/ttyS2") << "the failed index keeps its own device";
+  const std::string open = openable_.path();
+  const struct {
+    const char* what;
+    std::vector<std::pair<int32_t, std::string>> ports;  // index and path; others refused
+    int32_t taken;                                        // -1: none
+  } cases[] = {
+      {"the first index", {{0, open}}, 0},
+      {"past refusals and a port that does not open", {{2, UNOPENABLE}, {3, open}, {4, open}}, 3},
+      {"none opens", {{0, UNOPENABLE}, {4, UNOPENABLE}, {8, UNOPENABLE}}, -1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    FakePortDriver driver;
+    for (const auto& [index, path] : c.ports) driver.paths[index] = path;
+    ScopeDeviceHandle handle = reinterpret_cast<ScopeDeviceHandle>(0x5A5A);
+    EXPECT_EQ(ScopeRegisterBluetoothPort(1, 2, 3, &handle), c.taken);
+    const int32_t tried = c.taken < 0 ? 10 : c.taken + 1;
+    EXPECT_EQ(driver.indexes.size(), static_cast<size_t>(tried)) << "indexes tried in order";
+    for (int32_t i = 0; i < tried; ++i) EXPECT_EQ(driver.indexes[i], i);
+    EXPECT_EQ(driver.live.size(), c.taken < 0 ? 0u : 1u) << "only the taken port stays";
+    EXPECT_EQ(PortNumber(), c.taken < 0 ? 7 : c.taken) << "the next connection's port";
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(handle),
+              c.taken < 0 ? 0x5A5Au : static_cast<uintptr_t>(HANDLE_BASE + c.taken));
+    for (int32_t port = 0; port < 10; ++port) {
+      EXPECT_EQ(PathOf(port), port == c.taken ? open : "/dev/ttyS" + std::to_string(port))
+          << "index " << port;
+    }
+    if (c.taken < 0) continue;
+    EXPECT_EQ(ScopeReleaseBluetoothPort(handle), SCOPE_OK);
+    EXPECT_EQ(PathOf(c.taken), "/dev/ttyS" + std::to_string(c.taken)) << "its own device back";
+    EXPECT_EQ(ScopeReleaseBluetoothPort(handle), SCOPE_INVALID_PARAMETER) << "already released";
+    EXPECT_EQ(ScopeReleaseBluetoothPort(nullptr), SCOPE_INVALID_PARAMETER);
+    ScopeSetComPort(7);
+  }
 }
 
 TEST_F(BluetoothRegistrationTest, SendsTheAddressLowWordFirstAndTheChannelsLowByte) {
@@ -120,31 +148,9 @@ TEST_F(BluetoothRegistrationTest, SendsTheAddressLowWordFirstAndTheChannelsLowBy
       << "a null handle pointer still registers";
   EXPECT_EQ(driver_.lastParams.device, 0x554433221100u);
   EXPECT_EQ(driver_.lastParams.channel, 5u);
-  EXPECT_EQ(PortNumber(), 0);
-
   ASSERT_EQ(ScopeReleaseBluetoothPort(reinterpret_cast<ScopeDeviceHandle>(HANDLE_BASE)), SCOPE_OK);
   EXPECT_EQ(ScopeRegisterBluetoothPort(0, 0, -1, nullptr), 0);
   EXPECT_EQ(driver_.lastParams.channel, 0xFFu);
-}
-
-TEST_F(BluetoothRegistrationTest, WhenEveryIndexFailsNothingIsLeftRegistered) {
-  ScopeSetComPort(7);
-  for (int32_t port = 0; port < 10; port += 2) driver_.paths[port] = UNOPENABLE;
-  EXPECT_EQ(ScopeRegisterBluetoothPort(1, 2, 3, &handle_), -1);
-  EXPECT_EQ(driver_.indexes.size(), 10u);
-  EXPECT_TRUE(driver_.live.empty()) << "every registered port removed again";
-  EXPECT_EQ(PortNumber(), 7);
-  EXPECT_EQ(handle_, reinterpret_cast<ScopeDeviceHandle>(0x5A5A)) << "the handle is not written";
-  EXPECT_EQ(PathOf(4), "/dev/ttyS4");
-}
-
-TEST_F(BluetoothRegistrationTest, ReleasingGivesTheIndexItsOwnDeviceBack) {
-  driver_.paths[0] = openable_.path();
-  ASSERT_EQ(ScopeRegisterBluetoothPort(1, 2, 3, &handle_), 0);
-  EXPECT_EQ(ScopeReleaseBluetoothPort(handle_), SCOPE_OK);
-  EXPECT_EQ(PathOf(0), "/dev/ttyS0");
-  EXPECT_EQ(ScopeReleaseBluetoothPort(handle_), SCOPE_INVALID_PARAMETER) << "already released";
-  EXPECT_EQ(ScopeReleaseBluetoothPort(nullptr), SCOPE_INVALID_PARAMETER);
 }
 
 // The kernel's binding: without Bluetooth or the privilege to bind, every

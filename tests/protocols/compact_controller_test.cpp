@@ -1,12 +1,11 @@
 // The emulated compact board on its own: replies, motion at run rates and
-// GOTO speed on the bench's clock, both gearings, commands in pieces, and
-// its name on the bench.
+// GOTO speed on the bench's clock, both gearings, commands in pieces (its
+// name on the bench is the emulate command's test).
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "compact_controller.h"
-#include "emulated_protocols.h"
 
 namespace scopemount::testing {
 namespace {
@@ -71,16 +70,6 @@ TEST(CompactController, RepliesAndMotionFollowTheCommands) {
   for (const Step& step : steps) {
     EXPECT_EQ(Send(board, step.command, step.atMs), step.replies) << step.what;
   }
-}
-
-TEST(CompactController, IsServedByName) {
-  const emulation::EmulatedProtocol* compact = emulation::FindEmulatedProtocol("compact");
-  ASSERT_NE(compact, nullptr);
-  const auto board = compact->makeModel();
-  Capture sink;
-  const uint8_t read = 21;
-  board->Receive(&read, 1, 0, sink);
-  EXPECT_EQ(sink.replies, std::vector<Bytes>{Bytes(3, 0)});
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "demo_controller.h"
-#include "emulated_protocols.h"
 #include "platform/clock.h"
 #include "serial/probe_port.h"
 #include "support/emulated_port.h"
@@ -34,20 +33,20 @@ class EmulationBenchTest : public ::testing::Test {
 };
 
 TEST_F(EmulationBenchTest, DemonstrationAxesMoveWithRatesAndGotosOnTheClock) {
+  // 8000 millidegrees at 4000 a second.
+  const uint64_t start = platform::ActiveClock().NowMs();
   EXPECT_EQ(Ask("GOTO 0 8000\n", 3), "OK\n");
   EXPECT_EQ(Ask("STAT 0\n", 5), "0 12\n") << "slewing, positive";
-  platform::Sleep(2100);  // 8000 millidegrees at 4000 a second
+  ASSERT_TRUE(WaitUntil([&] { return Ask("STAT 0\n", 4) == "0 1\n"; })) << "stopped at the target";
+  EXPECT_GE(platform::ActiveClock().NowMs() - start, 1990u);
   EXPECT_EQ(Ask("POS 0\n", 7), "0 8000\n");
-  EXPECT_EQ(Ask("STAT 0\n", 4), "0 1\n") << "stopped at the target";
 
-  const uint64_t start = platform::ActiveClock().NowMs();
+  const uint64_t running = platform::ActiveClock().NowMs();
   EXPECT_EQ(Ask("RATE 1 -500\n", 3), "OK\n");
   EXPECT_EQ(Ask("STAT 1\n", 4), "1 2\n") << "running, negative";
-  platform::Sleep(1000);
-  const long position = std::stol(Ask("POS 1\n", 7).substr(2));
-  const double longest = static_cast<double>(platform::ActiveClock().NowMs() - start) / 1000.0;
-  EXPECT_LE(position, -500 + 1);
-  EXPECT_GE(position, -500 * longest - 1) << "moved by the rate times the time";
+  ASSERT_TRUE(WaitUntil([&] { return std::stol(Ask("POS 1\n", 7).substr(2)) <= -1000; }));
+  // 500 millidegrees a second, less the position's rounding.
+  EXPECT_GE(platform::ActiveClock().NowMs() - running, 1990u);
   EXPECT_EQ(Ask("STOP 1\n", 3), "OK\n");
   EXPECT_EQ(Ask("SET 1 42\n", 3), "OK\n");
   EXPECT_EQ(Ask("POS 1\n", 5), "1 42\n");
@@ -67,7 +66,9 @@ TEST_F(EmulationBenchTest, FaultsShapeTheRepliesTheLineDelivers) {
 
   line().SetFaults(LineFaults{.replyDelayMs = 2000});
   EXPECT_EQ(Ask("POS 0\n", 4), "") << "too late for the read time-out";
-  platform::Sleep(1600);  // the late reply arrives; the next purge drops it
+  // The late reply arrives; the next exchange's purge drops it.
+  const uint64_t lateAt = line().NextArrivalMs();
+  ASSERT_TRUE(WaitUntil([&] { return platform::ActiveClock().NowMs() >= lateAt; }));
 
   const size_t seen = line().CommandsSeen();
   line().SetFaults(LineFaults{.stopAfterCommands = seen + 2});
@@ -82,14 +83,6 @@ TEST_F(EmulationBenchTest, TheWireCanEchoWhatTheHostSends) {
   EXPECT_EQ(Ask("POS 0\n", 10), "POS 0\n0 0\n");
   line().SetFaults(LineFaults{.silent = true});
   EXPECT_EQ(Ask("POS 0\n", 10), "POS 0\n") << "the wire echoes even when the controller is silent";
-}
-
-TEST(EmulatedProtocolsTest, TheDemonstrationControllerIsServedByName) {
-  const emulation::EmulatedProtocol* demo = emulation::FindEmulatedProtocol("demo");
-  ASSERT_NE(demo, nullptr);
-  EXPECT_NE(demo->makeModel(), nullptr);
-  EXPECT_EQ(emulation::FindEmulatedProtocol("nonesuch"), nullptr);
-  EXPECT_EQ(emulation::FindEmulatedProtocol(nullptr), nullptr);
 }
 
 }  // namespace

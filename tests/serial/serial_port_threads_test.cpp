@@ -48,15 +48,16 @@ TEST_F(SerialPortThreadsTest, ASecondExchangeWaitsUntilTheFirstHasItsReply) {
 }
 
 TEST_F(SerialPortThreadsTest, ALineTakenForMoreThanTwoSecondsGivesBusyAndSendsNothing) {
-  // Reading 1000 bytes of a reply that never comes holds the line 2.5 s.
+  // Reading 10000 bytes of a reply that never comes holds the line 20.5 s,
+  // far beyond the other call's 2 s wait however late that wait starts.
   emulated_.line().SetFaults(LineFaults{.silent = true});
-  uint8_t longReply[1000] = {};
+  static uint8_t longReply[10000] = {};
   std::atomic<uint32_t> first{99};
   std::thread holder([&] { first = port_.Ask("POS 0\n", sizeof longReply, longReply); });
   ASSERT_TRUE(WaitUntil([&] { return emulated_.line().CommandsSeen() == 1; }));
   // The same reply length, so the waiting call cannot shorten the read in
   // progress.
-  uint8_t reply[sizeof longReply] = {};
+  static uint8_t reply[sizeof longReply] = {};
   EXPECT_EQ(port_.Ask("POS 1\n", sizeof reply, reply), EXCHANGE_LINE_BUSY);
   holder.join();
   EXPECT_EQ(first, PROBE_SHORT_REPLY);

@@ -29,7 +29,8 @@ class SerialPtyTest : public ::testing::Test {
     ASSERT_TRUE(selected_->bound());
   }
 
-  ScopedFastClock clock_{5.0};
+  // The real pace: a dead line must answer well inside a read time-out.
+  ScopedFastClock clock_{1.0};
   LibraryClock libraryClock_;
   DemoController model_;
   emulation::EmulatedLine line_{model_, libraryClock_};

@@ -37,16 +37,12 @@ inline std::chrono::steady_clock::duration DisconnectOnceWorkersEnd() {
   return took;
 }
 
-// A `Controller` (built from `arguments`) on the bench, on a clock `speed`
-// times faster than the wall.
-template <typename Controller>
+// `controller` on the bench, on a clock `speed` times faster than the wall.
 class ControllerBench {
  public:
-  template <typename... Arguments>
-  explicit ControllerBench(double speed, Arguments&&... arguments)
+  ControllerBench(double speed, std::unique_ptr<emulation::ControllerModel> controller)
       : clock_(std::make_unique<ScopedFastClock>(speed)),
-        port_(std::make_unique<EmulatedPort>(
-            std::make_unique<Controller>(std::forward<Arguments>(arguments)...))) {
+        port_(std::make_unique<EmulatedPort>(std::move(controller))) {
     DisconnectOnceWorkersEnd();
   }
   ~ControllerBench() {
@@ -60,7 +56,10 @@ class ControllerBench {
   int32_t Connect(int32_t model, double latitude = 0.6) {
     return ScopeConnect(model, latitude, 100.0);
   }
-  Controller& controller() { return static_cast<Controller&>(port_->model()); }
+  template <typename Controller>
+  Controller& controller() {
+    return static_cast<Controller&>(port_->model());
+  }
   emulation::EmulatedLine& line() { return port_->line(); }
   EmulatedPort& port() { return *port_; }
   uint64_t NowMs() const { return clock_->NowMs(); }

@@ -1,0 +1,374 @@
+// Every hardware model driven the way an application drives it: through the
+// C boundary, against its protocol's emulated controller on the in-process
+// bench, on a fast test clock. One body of scenarios runs over a table of
+// the ten models; what only one protocol has follows the table.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "aux_bus_controllers.h"
+#include "compact_controller.h"
+#include "emulated_line.h"
+#include "geometry/simulator_session.h"
+#include "motor_controller_emulator.h"
+#include "protocols/auxbus/aux_bus_mount.h"
+#include "protocols/motorcontroller/motor_controller_mount.h"
+#include "pty_host.h"
+#include "support/controller_bench.h"
+#include "support/selected_port.h"
+
+namespace scopemount::testing {
+namespace {
+
+using emulation::LineFaults;
+using emulation::LineWiring;
+using Controllers = std::unique_ptr<emulation::ControllerModel>;
+
+constexpr double LATITUDE = 0.6;
+constexpr double ALTAZ_GOTO = 0.0014544410433286077;       // 1/12 degree
+constexpr double EQUATORIAL_GOTO = 0.0005817764173314432;  // 1/30 degree
+constexpr double COUNT = 2e-5;  // coarser than a count of any controller
+const LineWiring AUX_BUS{.echo = true, .rtsLoopsToCts = true};
+
+Controllers AuxBus() { return std::make_unique<emulation::AuxBusControllers>(); }
+Controllers MotorController() { return std::make_unique<emulation::MotorControllerEmulator>(); }
+Controllers CompactBoard() { return std::make_unique<emulation::CompactController>(); }
+
+// One model: what it is stored as, its geometry and its controller.
+struct Model {
+  int32_t number;
+  int32_t storedAs;
+  bool equatorial;
+  Controllers (*make)();
+  LineWiring wiring;
+  // Test time runs this much faster than the wall; the line's 2 s busy wait
+  // stays long against a busy machine's stalls.
+  double speed;
+  double Tolerance() const { return equatorial ? EQUATORIAL_GOTO : ALTAZ_GOTO; }
+};
+
+const Model MODELS[] = {
+    {0, 0, false, AuxBus, AUX_BUS, 100.0},         {1, 1, true, AuxBus, AUX_BUS, 100.0},
+    {2, 2, false, MotorController, {}, 50.0},      {3, 3, true, MotorController, {}, 50.0},
+    {4, 3, true, MotorController, {}, 50.0},       {5, 2, false, MotorController, {}, 50.0},
+    {8, 8, false, CompactBoard, {}, 100.0},        {9, 9, false, CompactBoard, {}, 100.0},
+    {10, 8, false, CompactBoard, {}, 100.0},       {11, 9, false, CompactBoard, {}, 100.0},
+};
+
+void PrintTo(const Model& model, std::ostream* out) { *out << "model " << model.number; }
+
+// A model's controller on the bench, connected unless faults prevent it.
+class Session : public ControllerBench {
+ public:
+  explicit Session(const Model& model, const LineFaults& faults = {})
+      : ControllerBench(model.speed, model.make()) {
+    line().SetWiring(model.wiring);
+    line().SetFaults(faults);
+    connected = Connect(model.number, LATITUDE);
+  }
+  int32_t connected = -1;
+};
+
+bool WorkersEndedAndNotSlewing() {
+  return CurrentMount()->References() == 1 && MountState() != SCOPE_STATE_SLEWING;
+}
+
+class EveryModel : public ::testing::TestWithParam<Model> {};
+
+TEST_P(EveryModel, GotosBySkyAndHorizontalPositionArriveAndTrackingHolds) {
+  const Model& model = GetParam();
+  Session session(model);
+  ASSERT_EQ(session.connected, SCOPE_OK);
+  EXPECT_EQ(ScopeIsEquatorial(), model.equatorial ? 1 : 0);
+  EXPECT_EQ(CurrentMount()->modelId, model.storedAs);
+
+  const AnglePair target{-1.5 * HOUR, 20 * DEG};
+  const uint32_t requested = Tick();
+  ASSERT_EQ(ScopeGotoEquatorial(target.lon, target.lat), SCOPE_OK);
+  ASSERT_TRUE(WaitForTracking()) << "the GOTO never ended in tracking";
+  EXPECT_LE(TrackedError(ReadSky(), target, requested), model.Tolerance());
+  WaitTestTime(60000);
+  EXPECT_EQ(MountState(), SCOPE_STATE_TRACKING);
+  EXPECT_LE(TrackedError(ReadSky(), target, requested), model.Tolerance())
+      << "after a minute of tracking";
+
+  ASSERT_EQ(ScopeSetTracking(0), SCOPE_OK);
+  ASSERT_TRUE(WaitForWorkers());
+  const AnglePair horizontal{120 * DEG, 35 * DEG};
+  ASSERT_EQ(ScopeGotoHorizontal(horizontal.lon, horizontal.lat), SCOPE_OK);
+  ASSERT_TRUE(WaitUntil(WorkersEndedAndNotSlewing));
+  EXPECT_EQ(MountState(), SCOPE_STATE_IDLE) << "a horizontal GOTO does not track";
+  // The approach of an equatorial mount that does not track is aimed at
+  // where the sky was.
+  const double slack = model.equatorial ? 0.5 * DEG : 0.0;
+  EXPECT_LE(Separation(HorizontalPosition(), horizontal), model.Tolerance() + slack);
+}
+
+// Axis 1 runs at `rate` for 20 s of test time: its travel lies between the
+// rate times the shortest and the longest time the readings allow.
+void ExpectAxisOneRunsAt(double rate) {
+  const uint32_t before0 = Tick();
+  const double from = AxisPositions().lat;
+  const uint32_t after0 = Tick();
+  WaitTestTime(20000);
+  const uint32_t before1 = Tick();
+  const double to = AxisPositions().lat;
+  const uint32_t after1 = Tick();
+  const double moved = (to - from) / std::copysign(1.0, rate);
+  EXPECT_GE(moved, 0.95 * std::fabs(rate) * SecondsBetween(after0, before1) - COUNT)
+      << "rate " << rate;
+  EXPECT_LE(moved, 1.05 * std::fabs(rate) * SecondsBetween(before0, after1) + COUNT)
+      << "rate " << rate;
+}
+
+TEST_P(EveryModel, ManualMotionReversesAndStopsAndSyncsDeclare) {
+  const Model& model = GetParam();
+  Session session(model);
+  ASSERT_EQ(session.connected, SCOPE_OK);
+  ASSERT_EQ(ScopeSyncHome(), SCOPE_OK);
+  const AnglePair home = model.equatorial ? AnglePair{-HALF_PI, HALF_PI} : AnglePair{0.0, 0.0};
+  AnglePair axes = AxisPositions();
+  EXPECT_NEAR(axes.lon, home.lon, COUNT);
+  EXPECT_NEAR(axes.lat, home.lat, COUNT);
+  ASSERT_EQ(ScopeSyncAxis(0, 0.3), SCOPE_OK);
+  EXPECT_NEAR(NormalizeAngle(AxisPositions().lon - 0.3), 0.0, COUNT);
+
+  const double rate = 100 * SIDEREAL_RATE;
+  ASSERT_EQ(ScopeSetBacklash(1, 0.5 * DEG), SCOPE_OK);
+  for (const double r : {rate, -rate}) {
+    ASSERT_EQ(ScopeMoveAxis(1, r), SCOPE_OK);
+    ASSERT_TRUE(WaitForWorkers()) << "the take-up ends";
+    EXPECT_EQ(MountState(), SCOPE_STATE_MOVING);
+    EXPECT_EQ(AxisStatus(1) & (SCOPE_AXIS_RUNNING | SCOPE_AXIS_POSITIVE),
+              SCOPE_AXIS_RUNNING | (r > 0 ? SCOPE_AXIS_POSITIVE : 0u));
+    ExpectAxisOneRunsAt(r);
+  }
+  ASSERT_EQ(ScopeStopAxis(1), SCOPE_OK);
+  ASSERT_TRUE(WaitUntil([] {
+    return CurrentMount()->References() == 1 && (AxisStatus(1) & SCOPE_AXIS_STOPPED) != 0;
+  }));
+  EXPECT_EQ(MountState(), SCOPE_STATE_IDLE);
+  axes = AxisPositions();
+  WaitTestTime(5000);
+  EXPECT_NEAR(AxisPositions().lat, axes.lat, COUNT) << "stopped means standing";
+}
+
+TEST_P(EveryModel, OneStarAlignmentStartsTrackingAndTwoStarsFit) {
+  Session session(GetParam());
+  ASSERT_EQ(session.connected, SCOPE_OK);
+  // A star centred with the axes a little off their nominal angles.
+  const AnglePair star{-2 * HOUR, 20 * DEG};
+  const AnglePair nominal = SkyToAxes(star);
+  const double observation[4] = {star.lon, star.lat, nominal.lon + 0.01, nominal.lat - 0.005};
+  ASSERT_EQ(ScopeAlignOneStar(observation), SCOPE_OK);
+  EXPECT_EQ(ScopeGetAlignmentQuality(nullptr), 100);
+  ASSERT_TRUE(WaitForTracking()) << "a one-star alignment starts tracking";
+  const AnglePair aligned = SkyToAxes(star);
+  EXPECT_NEAR(aligned.lon, observation[2], 1e-9);
+  EXPECT_NEAR(aligned.lat, observation[3], 1e-9);
+
+  const AnglePair second{2.0 * HOUR, 50 * DEG};
+  const AnglePair a1 = SkyToAxes(star);
+  const AnglePair a2 = SkyToAxes(second);
+  const double o1[4] = {star.lon, star.lat, a1.lon, a1.lat};
+  const double o2[4] = {second.lon, second.lat, a2.lon, a2.lat};
+  EXPECT_EQ(ScopeAlignTwoStars(o1, o2), SCOPE_OK);
+}
+
+TEST_P(EveryModel, ASilentOrLateControllerRefusesTheConnectionAndLeavesNothing) {
+  for (const LineFaults& faults : {LineFaults{.silent = true}, LineFaults{.replyDelayMs = 2000}}) {
+    const auto start = std::chrono::steady_clock::now();
+    Session session(GetParam(), faults);
+    EXPECT_EQ(session.connected, SCOPE_NO_RESPONSE_AXIS1);
+    EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED) << "nothing stays connected";
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  }
+}
+
+// A controller that falls silent, stops answering or sends noise mid-GOTO:
+// every call returns, a disconnect is prompt, and the next connection works.
+TEST_P(EveryModel, FaultsMidGotoNeverHangOrLeaveTheMountUnusable) {
+  const Model& model = GetParam();
+  struct Fault {
+    const char* what;
+    LineFaults faults;
+    bool workerGivesUp;
+  };
+  std::mt19937 random(static_cast<uint32_t>(model.number));
+  std::vector<uint8_t> noise(9);
+  for (uint8_t& b : noise) b = static_cast<uint8_t>(random());
+  const Fault faults[] = {
+      {"silent", {.silent = true}, true},
+      {"quiet after some commands", {.stopAfterCommands = 4}, false},
+      {"noise before each reply", {.garbage = noise}, false},
+      {"replies cut short", {.truncateTo = 2}, false},
+      {"slow bytes", {.byteGapMs = 100}, false},
+  };
+  for (const Fault& fault : faults) {
+    SCOPED_TRACE(fault.what);
+    Session session(model);
+    ASSERT_EQ(session.connected, SCOPE_OK);
+    const size_t seen = session.line().CommandsSeen();
+    ASSERT_EQ(ScopeGotoAxes(-2.5, 0.9), SCOPE_OK);
+    ASSERT_TRUE(WaitUntil([&] { return session.line().CommandsSeen() > seen + 3; }));
+    LineFaults faults = fault.faults;
+    if (faults.stopAfterCommands != emulation::NO_LIMIT) {
+      faults.stopAfterCommands += session.line().CommandsSeen();
+    }
+    session.line().SetFaults(faults);
+    if (fault.workerGivesUp) {
+      ASSERT_TRUE(WaitForWorkers()) << "the worker gives up on a silent line";
+      double angle = 0.0;
+      EXPECT_NE(ScopeGetAxisPosition(0, &angle), SCOPE_OK);
+    }
+    double axes[2];
+    ScopeGetAxisPositions(axes);
+    ScopeMoveAxis(1, 0.001);
+    ScopeStopAxis(1);
+    ScopeSyncHome();
+    uint32_t state = 0;
+    EXPECT_EQ(ScopeGetMountStatus(&state), SCOPE_OK) << "the status getters answer from memory";
+    EXPECT_LT(DisconnectOnceWorkersEnd(), std::chrono::seconds(5));
+
+    session.line().SetFaults({});
+    ASSERT_EQ(session.Connect(model.number, LATITUDE), SCOPE_OK) << "connects again";
+    ASSERT_EQ(ScopeGotoAxes(-0.5, 0.4), SCOPE_OK);
+    ASSERT_TRUE(WaitUntil(WorkersEndedAndNotSlewing));
+    EXPECT_LE(Separation(AxisPositions(), {-0.5, 0.4}), model.Tolerance());
+  }
+}
+
+TEST_P(EveryModel, DisconnectAtAnyMomentEndsEveryActivityPromptly) {
+  const Model& model = GetParam();
+  std::mt19937 random(20261123u + static_cast<uint32_t>(model.number));
+  std::uniform_int_distribution<size_t> commands(0, 24);
+  const double star[4] = {-2 * HOUR, 20 * DEG, -0.3, 0.4};
+  const std::function<void()> activities[] = {
+      [] { EXPECT_EQ(ScopeGotoEquatorial(-4 * HOUR, 10 * DEG), SCOPE_OK); },
+      [] {
+        EXPECT_EQ(ScopeMoveAxis(0, 0.01), SCOPE_OK);
+        EXPECT_EQ(ScopeMoveAxis(1, -0.01), SCOPE_OK);
+      },
+      [] { EXPECT_EQ(ScopeSetTracking(1), SCOPE_OK); },
+      [&] { EXPECT_EQ(ScopeAlignOneStar(star), SCOPE_OK); },
+      [] {
+        EXPECT_EQ(ScopeSetBacklash(0, 2 * DEG), SCOPE_OK);
+        EXPECT_EQ(ScopeMoveAxis(0, 0.01), SCOPE_OK);
+        EXPECT_EQ(ScopeMoveAxis(0, -SIDEREAL_RATE), SCOPE_OK);
+      },
+  };
+  for (size_t round = 0; round < std::size(activities); ++round) {
+    SCOPED_TRACE(round);
+    Session session(model);
+    ASSERT_EQ(session.connected, SCOPE_OK);
+    const size_t seen = session.line().CommandsSeen();
+    activities[round % std::size(activities)]();
+    // Some commands into the activity (or its end, whichever comes first).
+    const size_t until = seen + commands(random);
+    WaitUntil([&] { return session.line().CommandsSeen() >= until; },
+              std::chrono::milliseconds(300));
+    EXPECT_LT(DisconnectOnceWorkersEnd(), std::chrono::seconds(5));
+    EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Hardware, EveryModel, ::testing::ValuesIn(MODELS),
+                         [](const auto& info) { return "Model" + std::to_string(info.param.number); });
+
+// One model of each protocol over a real pseudo-terminal on the real clock:
+// a short GOTO of both axes.
+TEST(OverAPseudoTerminal, ShortGotosArrive) {
+  for (const Model& model : {MODELS[1], MODELS[2], MODELS[7]}) {
+    SCOPED_TRACE(model.number);
+    ScopeDisconnect();
+    emulation::WallClock wall;
+    const Controllers controller = model.make();
+    emulation::EmulatedLine line(*controller, wall);
+    line.SetWiring(model.wiring);
+    emulation::PtyHost host(line);
+    ASSERT_TRUE(host.Start());
+    SelectedPort selected(41, host.Path().c_str());
+    ASSERT_TRUE(selected.bound());
+    ASSERT_EQ(ScopeConnect(model.number, LATITUDE, 100.0), SCOPE_OK);
+    if (auto* aux = dynamic_cast<AuxBusMount*>(CurrentMount())) {
+      EXPECT_EQ(aux->noHandshake, 1u) << "a pseudo-terminal has no modem lines";
+    }
+    const AnglePair from = AxisPositions();
+    const AnglePair target{from.lon + 0.5 * DEG, from.lat + 0.5 * DEG};
+    ASSERT_EQ(ScopeGotoAxes(target.lon, target.lat), SCOPE_OK);
+    ASSERT_TRUE(WaitUntil(WorkersEndedAndNotSlewing, std::chrono::seconds(30)));
+    EXPECT_LE(Separation(AxisPositions(), target), model.Tolerance());
+    DisconnectOnceWorkersEnd();
+  }
+}
+
+// --- The bus: two controllers, one per axis ------------------------------------
+
+TEST(AuxBus, AMissingControllerRefusesTheConnectionByAxis) {
+  for (const uint32_t missing : {0u, 1u}) {
+    emulation::AuxBusFaults faults;
+    faults.missing[missing] = true;
+    ControllerBench bench(100.0, AuxBus());
+    bench.line().SetWiring(AUX_BUS);
+    bench.controller<emulation::AuxBusControllers>().SetFaults(faults);
+    EXPECT_EQ(bench.Connect(1), missing == 0 ? SCOPE_NO_RESPONSE_AXIS1 : SCOPE_NO_RESPONSE_AXIS2);
+    EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
+  }
+}
+
+TEST(AuxBus, AReversalTakesUpTheBacklashBeforeTheNewRate) {
+  ControllerBench bench(100.0, AuxBus());
+  bench.line().SetWiring(AUX_BUS);
+  ASSERT_EQ(bench.Connect(0), SCOPE_OK);
+  ASSERT_EQ(ScopeSetBacklash(0, 0.5 * DEG), SCOPE_OK);
+  ASSERT_EQ(ScopeMoveAxis(0, 10 * SIDEREAL_RATE), SCOPE_OK);
+  ASSERT_TRUE(WaitForWorkers());
+  bench.line().TakeHostBytes();
+  ASSERT_EQ(ScopeMoveAxis(0, -10 * SIDEREAL_RATE), SCOPE_OK);
+  ASSERT_TRUE(WaitForWorkers());
+  // 32 sidereal the new way (07 85 00), then 10 sidereal (02 59 00).
+  const std::vector<uint8_t> wire = bench.line().TakeHostBytes();
+  const std::vector<uint8_t> takeUp = {0x10, 0x07, 0x07, 0x85, 0x00};
+  const std::vector<uint8_t> rate = {0x10, 0x07, 0x02, 0x59, 0x00};
+  const auto takeUpAt = std::search(wire.begin(), wire.end(), takeUp.begin(), takeUp.end());
+  const auto rateAt = std::search(wire.begin(), wire.end(), rate.begin(), rate.end());
+  EXPECT_NE(takeUpAt, wire.end()) << "no take-up on reversal";
+  EXPECT_NE(rateAt, wire.end()) << "the rate was never set";
+  EXPECT_LT(takeUpAt, rateAt) << "take-up first";
+}
+
+// --- The motor controller ---------------------------------------------------------
+
+TEST(MotorController, SouthernEquatorialTrackingRunsBackwards) {
+  ControllerBench bench(50.0, MotorController());
+  ASSERT_EQ(bench.Connect(3, -LATITUDE), SCOPE_OK);
+  ASSERT_EQ(ScopeGotoEquatorial(1.5 * HOUR, -5 * DEG), SCOPE_OK);
+  ASSERT_TRUE(WaitForTracking());
+  auto& controller = bench.controller<emulation::MotorControllerEmulator>();
+  const double countsPerRadian =
+      emulation::MotorControllerSettings{}.countsPerRevolution[0] / TWO_PI;
+  EXPECT_TRUE(WaitUntil([&] {
+    return std::fabs(controller.RunRate(0, bench.NowMs()) / countsPerRadian + SIDEREAL_RATE) <
+           0.01 * SIDEREAL_RATE;
+  })) << controller.RunRate(0, bench.NowMs()) / countsPerRadian;
+}
+
+TEST(MotorController, AnEchoingLineWorksEndToEnd) {
+  ControllerBench bench(50.0, MotorController());
+  bench.line().SetWiring(LineWiring{.echo = true});
+  ASSERT_EQ(bench.Connect(2), SCOPE_OK);
+  EXPECT_EQ(dynamic_cast<MotorControllerMount&>(*CurrentMount()).echoesCommands, 1u);
+  ASSERT_EQ(ScopeGotoAxes(0.3, 0.4), SCOPE_OK);
+  ASSERT_TRUE(WaitUntil(WorkersEndedAndNotSlewing));
+  EXPECT_LE(Separation(AxisPositions(), {0.3, 0.4}), ALTAZ_GOTO);
+}
+
+}  // namespace
+}  // namespace scopemount::testing
