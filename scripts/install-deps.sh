@@ -4,7 +4,8 @@
 # "build" is the library and the command-line program, "test" adds the test
 # frameworks, "bench" the benchmark library, "fuzz" clang with libFuzzer,
 # "python" Debian's python3 with pytest and mypy, "arm" the soft-float ARM
-# cross compilers, the emulator and GoogleTest's sources to build for it.
+# cross compilers, the emulator, GoogleTest's sources to build for it and
+# ERFA for armel (a foreign architecture, added to dpkg when missing).
 set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config binutils libcli11-dev liberfa-dev libbluetooth-dev)
@@ -15,7 +16,8 @@ for need in "${@:-build}"; do
     bench) packages+=(libbenchmark-dev) ;;
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     python) packages+=(python3 python3-pytest mypy) ;;
-    arm) packages+=(g++-arm-linux-gnueabi binutils-arm-linux-gnueabi qemu-user googletest) ;;
+    arm) packages+=(g++-arm-linux-gnueabi binutils-arm-linux-gnueabi qemu-user googletest
+                    liberfa-dev:armel) ;;
     *) echo "install-deps: unknown set '$need' (build, test, bench, fuzz, python or arm)" >&2; exit 2 ;;
   esac
 done
@@ -33,5 +35,13 @@ if [ "$(id -u)" -ne 0 ]; then
   sudo=sudo
 fi
 export DEBIAN_FRONTEND=noninteractive
+# A package named name:arch needs its architecture known to dpkg before the
+# one index update, so that the update fetches that architecture's lists.
+for p in "${missing[@]}"; do
+  arch=${p##*:}
+  [ "$arch" = "$p" ] && continue
+  [ "$arch" = "$(dpkg --print-architecture)" ] && continue
+  dpkg --print-foreign-architectures | grep -qx "$arch" || $sudo dpkg --add-architecture "$arch"
+done
 $sudo apt-get update -qq
 $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

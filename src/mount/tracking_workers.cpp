@@ -36,12 +36,14 @@ double AcrossSeam(double difference) {
 }
 
 // The correcting rate, unless it would reverse the axis against its
-// nominal rate.
-double WithoutReversal(double nominal, double correcting) {
-  if ((nominal >= 0.0 && correcting < 0.0) || (nominal < 0.0 && correcting >= 0.0)) {
-    return REVERSAL_DAMPING * nominal;
-  }
-  return correcting;
+// nominal rate. Both come as angle differences over one period and only
+// the chosen one is scaled by `perMs` into a rate: the same value as
+// scaling both first, since the scale is positive (and no difference of
+// two axis angles is small enough to vanish when scaled). A NaN nominal
+// never counts as a reversal.
+double WithoutReversal(double nominal, double correcting, double perMs) {
+  const bool reverses = nominal >= 0.0 ? correcting < 0.0 : nominal < 0.0 && correcting >= 0.0;
+  return reverses ? REVERSAL_DAMPING * (nominal * perMs) : correcting * perMs;
 }
 
 bool TrackingBitSet(const Mount& mount) { return (mount.mountState & STATE_TRACKING) != 0; }
@@ -250,13 +252,13 @@ bool AltAzTracking::AlignedRates(AxisRates* rates) {
       continue;
     }
     const AnglePair ahead = TrackedAxes(ALIGNED_TRACKING_PERIOD_MS);
-    const double nominal0 = AcrossSeam(ahead.lon - now.lon) * perMs;
-    const double nominal1 = (ahead.lat - now.lat) * perMs;
+    const double nominal0 = AcrossSeam(ahead.lon - now.lon);
+    const double nominal1 = ahead.lat - now.lat;
     // Each axis reaches the predicted position in one period.
-    const double correcting0 = AcrossSeam(ahead.lon - p0) * perMs;
-    const double correcting1 = (ahead.lat - p1) * perMs;
-    rates->axis0 = WithoutReversal(nominal0, correcting0);
-    rates->axis1 = WithoutReversal(nominal1, correcting1);
+    const double correcting0 = AcrossSeam(ahead.lon - p0);
+    const double correcting1 = ahead.lat - p1;
+    rates->axis0 = WithoutReversal(nominal0, correcting0, perMs);
+    rates->axis1 = WithoutReversal(nominal1, correcting1, perMs);
     return true;
   }
 }

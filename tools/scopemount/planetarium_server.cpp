@@ -29,6 +29,15 @@ constexpr size_t READ_CHUNK = 4096;
 constexpr int SEND_BUFFER_BYTES = 16 * 1024;
 constexpr int LISTEN_BACKLOG = 64;
 
+// A client that closed its end went for the same reason whether a read or
+// a write found out first: a slow machine may send the next position
+// before it reads the close.
+bool ClosedByPeer(int error) { return error == EPIPE || error == ECONNRESET; }
+
+const char* ClosedReason(const MessageReader& reader) {
+  return reader.midMessage() ? "closed in the middle of a message" : "closed by the client";
+}
+
 std::string PeerName(const sockaddr_storage& address) {
   char host[INET6_ADDRSTRLEN] = "?";
   uint16_t port = 0;
@@ -140,14 +149,13 @@ void Server::ReadFrom(Client& client) {
   // One read per round: a client that floods cannot starve the others.
   const ssize_t n = recv(client.fd, buffer, sizeof buffer, 0);
   if (n == 0) {
-    client.dropReason = client.reader.midMessage() ? "closed in the middle of a message"
-                                                   : "closed by the client";
+    client.dropReason = ClosedReason(client.reader);
     return;
   }
   if (n < 0) {
     // A client that closes with positions still unread resets the connection.
-    if (errno == ECONNRESET) {
-      client.dropReason = "closed by the client";
+    if (ClosedByPeer(errno)) {
+      client.dropReason = ClosedReason(client.reader);
     } else if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
       client.dropReason = std::string("connection lost: ") + std::strerror(errno);
     }
@@ -188,6 +196,8 @@ void Server::Flush(Client& client) {
       send(client.fd, client.outbox.data(), client.outbox.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
   if (n > 0) {
     client.outbox.erase(client.outbox.begin(), client.outbox.begin() + n);
+  } else if (n < 0 && ClosedByPeer(errno)) {
+    client.dropReason = ClosedReason(client.reader);
   } else if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
     client.dropReason = std::string("connection lost: ") + std::strerror(errno);
   }
