@@ -1,21 +1,17 @@
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pty.h>
-#include <signal.h>
-#include <sys/ioctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <functional>
 #include <string>
 
 #include "support/process.h"
+#include "support/terminal_process.h"
 
 namespace {
 
 using scopemount::testing::ProcessResult;
 using scopemount::testing::RunProcess;
+using scopemount::testing::TerminalProcess;
+using namespace std::chrono_literals;
 
 ProcessResult Cli(const std::vector<std::string>& arguments, const std::string& locale = "C") {
   return RunProcess(SCOPEMOUNT_CLI_PATH, arguments, "", {"LC_ALL=" + locale});
@@ -39,62 +35,6 @@ std::vector<std::string> At(std::vector<std::string> args) {
   args.insert(args.end(), GREENWICH.begin(), GREENWICH.end());
   return args;
 }
-
-// The program on a pseudo-terminal of a given width, as at a user's terminal.
-class OnTerminal {
- public:
-  OnTerminal(const std::vector<std::string>& arguments, unsigned short columns) {
-    std::vector<std::string> env = {"LC_ALL=C"};
-    for (char** e = environ; *e != nullptr; ++e) env.emplace_back(*e);
-    std::vector<char*> argv = {const_cast<char*>(SCOPEMOUNT_CLI_PATH)}, envp;
-    for (const std::string& a : arguments) argv.push_back(const_cast<char*>(a.c_str()));
-    for (std::string& e : env) envp.push_back(e.data());
-    argv.push_back(nullptr);
-    envp.push_back(nullptr);
-    winsize size{24, columns, 0, 0};
-    pid_ = forkpty(&terminal_, nullptr, nullptr, &size);
-    if (pid_ == 0) {
-      execve(argv[0], argv.data(), envp.data());
-      _exit(127);
-    }
-  }
-  ~OnTerminal() {
-    if (pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0) kill(pid_, SIGKILL);
-    if (pid_ > 0) waitpid(pid_, nullptr, 0);
-    if (terminal_ >= 0) close(terminal_);
-  }
-  void Resize(unsigned short columns) {
-    winsize size{24, columns, 0, 0};
-    ioctl(terminal_, TIOCSWINSZ, &size);
-  }
-  // What the program wrote until `done` holds for it; false at the
-  // deadline or at the end of the output.
-  bool WaitFor(const std::function<bool(const std::string&)>& done, std::chrono::seconds limit) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!done(screen_)) {
-      pollfd p{terminal_, POLLIN, 0};
-      if (std::chrono::steady_clock::now() > end || poll(&p, 1, 100) < 0) return false;
-      char buffer[512];
-      const ssize_t n = p.revents != 0 ? read(terminal_, buffer, sizeof buffer) : 0;
-      if (n < 0 || (n == 0 && p.revents != 0)) return false;  // the program has ended
-      screen_.append(buffer, static_cast<size_t>(n));
-    }
-    return true;
-  }
-  int InterruptAndWait() {
-    kill(pid_, SIGINT);
-    WaitFor([](const std::string&) { return false; }, std::chrono::seconds(30));
-    int status = 0;
-    waitpid(std::exchange(pid_, -1), &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  const std::string& screen() const { return screen_; }
-
- private:
-  pid_t pid_ = -1;
-  int terminal_ = -1;
-  std::string screen_;
-};
 
 // The live status lines written, without the clearing that ends each.
 std::vector<std::string> LiveLines(const std::string& screen) {
@@ -287,16 +227,17 @@ TEST(CliSession, ShellRunsCommandsInOneConnection) {
 
 // Wider than the terminal, a rewritten line would wrap and leave a trail.
 TEST(CliSession, LiveLineFitsTheTerminalAndFollowsResizes) {
-  OnTerminal terminal(At({"goto", "--axes", "120", "60"}), 80);
+  TerminalProcess terminal(SCOPEMOUNT_CLI_PATH, At({"goto", "--axes", "120", "60"}), 80,
+                           {"LC_ALL=C"});
   const auto liveLineWithin = [](size_t columns) {
     return [columns](const std::string& screen) {
       const std::vector<std::string> lines = LiveLines(screen);
       return !lines.empty() && lines.back().size() < columns;
     };
   };
-  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(80), std::chrono::seconds(30))) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(80), 30s)) << terminal.screen();
   terminal.Resize(50);
-  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(50), std::chrono::seconds(30))) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(50), 30s)) << terminal.screen();
   EXPECT_EQ(terminal.InterruptAndWait(), 130);
   const std::vector<std::string> lines = LiveLines(terminal.screen());
   EXPECT_TRUE(Contains(lines.front(), "to go ") && Contains(lines.front(), "  Az ")) << lines[0];
