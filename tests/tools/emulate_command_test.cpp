@@ -36,13 +36,6 @@ TEST(EmulateCommand, ServesTheControllerOnThePrintedPathUntilInputEnds) {
   EXPECT_EQ(emulator.Wait(), 0);
 }
 
-TEST(EmulateCommand, EndsOnInterrupt) {
-  ServedEmulator emulator("demo");
-  ASSERT_FALSE(emulator.ReadLine().empty());
-  emulator.Interrupt();
-  EXPECT_EQ(emulator.Wait(), 0);
-}
-
 // Two programs side by side, as the README shows them: a hardware model's
 // controller served on a pseudo-terminal, and a short GOTO through it.
 struct ServedGoto {
@@ -74,7 +67,12 @@ TEST(EmulateCommand, EachHardwareProtocolServesAGotoOfItsModels) {
     EXPECT_EQ(r.exitStatus, 0) << r.out << r.err;
     EXPECT_NE(r.out.find(std::string("Connected: ") + c.name), std::string::npos) << r.out;
     EXPECT_NE(r.out.find(c.arrived), std::string::npos) << r.out;
-    emulator.CloseInput();
+    // Either way of ending serving (every other case) is a normal end.
+    if ((&c - cases) % 2 == 1) {
+      emulator.Interrupt();
+    } else {
+      emulator.CloseInput();
+    }
     EXPECT_EQ(emulator.Wait(), 0);
   }
 }
