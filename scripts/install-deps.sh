@@ -7,7 +7,7 @@
 # cross compilers, the emulator and GoogleTest's sources to build for it.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ pkg-config binutils libcli11-dev liberfa-dev libbluetooth-dev)
+packages=(cmake ninja-build g++ pkg-config binutils libcli11-dev liberfa-dev libedit-dev libbluetooth-dev)
 for need in "${@:-build}"; do
   case "$need" in
     build) ;;

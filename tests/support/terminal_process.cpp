@@ -7,7 +7,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <utility>
 
 namespace scopemount::testing {
 
@@ -15,7 +14,6 @@ namespace {
 
 constexpr unsigned short ROWS = 24;
 constexpr int POLL_MS = 100;
-constexpr auto END_DEADLINE = std::chrono::seconds(30);
 
 }  // namespace
 
@@ -67,12 +65,22 @@ bool TerminalProcess::WaitFor(const std::function<bool(const std::string&)>& don
   return true;
 }
 
-int TerminalProcess::InterruptAndWait() {
+void TerminalProcess::Type(const std::string& keys) {
+  if (write(terminal_, keys.data(), keys.size()) != static_cast<ssize_t>(keys.size())) {
+    screen_ += "\n[typing failed]\n";
+  }
+}
+
+int TerminalProcess::Wait(std::chrono::milliseconds deadline) {
   if (pid_ <= 0) return -1;
-  kill(pid_, SIGINT);
-  WaitFor([](const std::string&) { return false; }, END_DEADLINE);
+  const auto end = std::chrono::steady_clock::now() + deadline;
+  WaitFor([](const std::string&) { return false; }, deadline);
   int status = 0;
-  if (waitpid(std::exchange(pid_, -1), &status, 0) < 0) return -1;
+  while (waitpid(pid_, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > end) return -1;
+    poll(nullptr, 0, POLL_MS);
+  }
+  pid_ = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 

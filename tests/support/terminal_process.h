@@ -26,9 +26,11 @@ class TerminalProcess {
   // the deadline or at the end of the output.
   bool WaitFor(const std::function<bool(const std::string& screen)>& done,
                std::chrono::milliseconds deadline);
-  // SIGINT, then the exit code once the program has ended (-1 if it did
-  // not exit normally).
-  int InterruptAndWait();
+  // Keys typed at the terminal ("\x03" is Ctrl-C, "\x04" Ctrl-D).
+  void Type(const std::string& keys);
+  // The exit code once the program has ended (-1 if it did not exit
+  // normally or not within the deadline).
+  int Wait(std::chrono::milliseconds deadline);
   const std::string& screen() const { return screen_; }
 
  private:

@@ -229,7 +229,8 @@ TEST(CliSession, LiveLineFitsTheTerminalAndFollowsResizes) {
   ASSERT_TRUE(terminal.WaitFor(liveLineWithin(80), 30s)) << terminal.screen();
   terminal.Resize(50);
   ASSERT_TRUE(terminal.WaitFor(liveLineWithin(50), 30s)) << terminal.screen();
-  EXPECT_EQ(terminal.InterruptAndWait(), 130);
+  terminal.Type("\x03");
+  EXPECT_EQ(terminal.Wait(30s), 130);
   const std::vector<std::string> lines = LiveLines(terminal.screen());
   EXPECT_TRUE(Contains(lines.front(), "to go ") && Contains(lines.front(), "  Az ")) << lines[0];
   bool narrowed = false;
@@ -239,6 +240,34 @@ TEST(CliSession, LiveLineFitsTheTerminalAndFollowsResizes) {
   }
   EXPECT_TRUE(Contains(terminal.screen(), "\nscopemount: GOTO axes 120.000 60.000: User interrupt"))
       << "the live line ends before the error\n" << terminal.screen();
+}
+
+// At a terminal the shell edits lines and keeps a history; Ctrl-C cancels
+// the running command, and at the prompt ends the shell.
+TEST(CliSession, ShellAtATerminal) {
+  TerminalProcess terminal(SCOPEMOUNT_CLI_PATH, At({"shell"}), 80, {"LC_ALL=C", "HOME=/nowhere"});
+  const auto seen = [](const std::string& text, size_t times) {
+    return [text, times](const std::string& screen) { return Count(screen, text) >= times; };
+  };
+  const std::string prompt = "scopemount> ";
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 1), 30s)) << terminal.screen();
+  terminal.Type("statux\x7fs\n");  // a typo mended with backspace
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 2), 30s)) << terminal.screen();
+  terminal.Type("\x10\n");  // Ctrl-P: the line before, again
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 3), 30s)) << terminal.screen();
+  EXPECT_EQ(Count(terminal.screen(), "idle     axes     0.000"), 2u) << terminal.screen();
+  terminal.Type("help\n");
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 4), 30s)) << terminal.screen();
+  EXPECT_TRUE(Contains(terminal.screen(), "help, quit or exit")) << terminal.screen();
+  terminal.Type("goto --axes 120 60\n");
+  ASSERT_TRUE(terminal.WaitFor(seen("to go", 1), 30s)) << terminal.screen();
+  terminal.Type("\x03");
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 5), 30s)) << terminal.screen();
+  EXPECT_TRUE(Contains(terminal.screen(), "User interrupt (105)\r\nCancelled;"))
+      << terminal.screen();
+  terminal.Type("\x03");
+  EXPECT_EQ(terminal.Wait(30s), 130);
+  EXPECT_TRUE(Contains(terminal.screen(), "Disconnected.")) << terminal.screen();
 }
 
 TEST(CliSession, CtrlCDuringASlewStopsTheMountAndDisconnects) {

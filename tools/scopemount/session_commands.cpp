@@ -15,6 +15,7 @@
 
 #include "commands.h"
 #include "format.h"
+#include "line_editor.h"
 #include "scopemount.h"
 #include "session.h"
 #include "sky.h"
@@ -444,37 +445,70 @@ void AddStars(CLI::App& app, Context& ctx) {
 
 void AddMountCommands(CLI::App& app, Context& ctx);
 
-void RunShell(Context& ctx) {
-  const bool prompt = isatty(STDIN_FILENO) == 1;
-  int failures = 0;
+constexpr const char* SHELL_FOOTER =
+    "Also: help, quit or exit (end of input ends too). On a terminal Ctrl-C cancels the "
+    "running command; at the prompt it ends the shell.";
+
+// Runs one line of the shell; false when the line ends the shell.
+bool RunShellLine(Context& ctx, const std::string& line, int& failures) {
+  const size_t first = line.find_first_not_of(" \t");
+  if (first == std::string::npos || line[first] == '#') return true;
+  const std::string word = line.substr(first, line.find_first_of(" \t", first) - first);
+  if (word == "quit" || word == "exit") return false;
+  CLI::App lineApp{"Commands of the shell, one per line:", "scopemount"};
+  lineApp.footer(SHELL_FOOTER);
+  AddMountCommands(lineApp, ctx);
+  if (word == "help") {
+    std::printf("%s", lineApp.help().c_str());
+    return true;
+  }
+  ctx.exitStatus = 0;
+  try {
+    lineApp.parse(line, false);
+  } catch (const CLI::ParseError& e) {
+    if (e.get_exit_code() == 0) {  // --help
+      lineApp.exit(e);
+      return true;
+    }
+    ctx.UsageError(std::string(e.what()) + " (in: " + line + ")");
+  }
+  if (ctx.exitStatus == 0 && lineApp.get_subcommands().empty()) {
+    ctx.UsageError("no command in: " + line);
+  }
+  if (ctx.exitStatus != 0) ++failures;
+  return true;
+}
+
+// A script on standard input: Ctrl-C ends it.
+void RunScript(Context& ctx, int& failures) {
+  std::string line;
+  while (!interrupted && std::getline(std::cin, line)) {
+    if (!RunShellLine(ctx, line, failures) || ctx.exitStatus == EXIT_INTERRUPTED) break;
+  }
+}
+
+// A person at a terminal: Ctrl-C cancels the running command and the next
+// one at the prompt ends the shell.
+void RunPrompt(Context& ctx, int& failures) {
+  LineEditor editor;
   std::string line;
   for (;;) {
-    if (interrupted) break;
-    if (prompt) {
-      std::printf("scopemount> ");
-      std::fflush(stdout);
+    const LineEditor::Result read = editor.Read(line);
+    if (read != LineEditor::Result::Line || !RunShellLine(ctx, line, failures)) return;
+    if (ctx.exitStatus == EXIT_INTERRUPTED) {
+      interrupted = false;
+      --failures;  // the user's choice, not a failure
+      ctx.output().Say("Cancelled; Ctrl-C again at the prompt ends the shell.");
     }
-    if (!std::getline(std::cin, line)) break;
-    const size_t first = line.find_first_not_of(" \t");
-    if (first == std::string::npos || line[first] == '#') continue;
-    if (line.compare(first, 4, "quit") == 0 || line.compare(first, 4, "exit") == 0) break;
-    CLI::App lineApp{"scopemount shell command"};
-    AddMountCommands(lineApp, ctx);
-    ctx.exitStatus = 0;
-    try {
-      lineApp.parse(line, false);
-    } catch (const CLI::ParseError& e) {
-      if (e.get_exit_code() == 0) {  // --help
-        lineApp.exit(e);
-        continue;
-      }
-      ctx.UsageError(std::string(e.what()) + " (in: " + line + ")");
-    }
-    if (ctx.exitStatus == 0 && lineApp.get_subcommands().empty()) {
-      ctx.UsageError("no command in: " + line);
-    }
-    if (ctx.exitStatus != 0) ++failures;
-    if (ctx.exitStatus == EXIT_INTERRUPTED) break;
+  }
+}
+
+void RunShell(Context& ctx) {
+  int failures = 0;
+  if (isatty(STDIN_FILENO) == 1) {
+    RunPrompt(ctx, failures);
+  } else {
+    RunScript(ctx, failures);
   }
   ctx.exitStatus = interrupted ? EXIT_INTERRUPTED : (failures != 0 ? EXIT_LIBRARY_ERROR : 0);
 }
@@ -587,7 +621,9 @@ int RunProgram(int argc, char** argv) {
   app.add_option("--load", ctx.options.loadFile, "Restore an alignment record after connecting")
       ->check(CLI::ExistingFile);
   AddMountCommands(app, ctx);
-  app.add_subcommand("shell", "Read commands line by line from standard input, one connection")
+  app.add_subcommand("shell",
+                     "Read commands line by line in one connection (help, quit or exit)")
+      ->footer(SHELL_FOOTER)
       ->callback([&ctx] { RunShell(ctx); });
   AddServeCommand(app, ctx.options, ctx.exitStatus);
   InstallInterruptHandler();
