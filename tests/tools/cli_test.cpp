@@ -195,6 +195,7 @@ TEST(CliSession, ShellRunsCommandsInOneConnection) {
       "stop\n"
       "save " + ::testing::TempDir() + "scopemount_shell.rec\n"
       "bogus\n"
+      "help\n"
       "status\n"
       "quit\n"
       "status\n";
@@ -207,6 +208,7 @@ TEST(CliSession, ShellRunsCommandsInOneConnection) {
                                                 << r.out;
   EXPECT_TRUE(Contains(r.out, "Alignment saved to")) << r.out;
   EXPECT_TRUE(Contains(r.err, "bogus")) << r.err;
+  EXPECT_TRUE(Contains(r.out, "  stop  ") && Contains(r.out, "help, quit or exit")) << r.out;
   EXPECT_TRUE(Contains(r.out, "Disconnected.\n")) << r.out;
 
   // The saved record restores in a later connection.
@@ -216,38 +218,19 @@ TEST(CliSession, ShellRunsCommandsInOneConnection) {
   EXPECT_TRUE(Contains(loaded.out, "Alignment restored from")) << loaded.out;
 }
 
-// Wider than the terminal, a rewritten line would wrap and leave a trail.
-TEST(CliSession, LiveLineFitsTheTerminalAndFollowsResizes) {
-  TerminalProcess terminal(SCOPEMOUNT_CLI_PATH, At({"goto", "--axes", "120", "60"}), 80,
-                           {"LC_ALL=C"});
+// At a terminal the shell edits lines and keeps a history; the live line
+// fits the terminal (wider, it would wrap and leave a trail) and follows its
+// width; Ctrl-C cancels the running command, and at the prompt ends the shell.
+TEST(CliSession, ShellAtATerminal) {
+  TerminalProcess terminal(SCOPEMOUNT_CLI_PATH, At({"shell"}), 80, {"LC_ALL=C", "HOME=/nowhere"});
+  const auto seen = [](const std::string& text, size_t times) {
+    return [text, times](const std::string& screen) { return Count(screen, text) >= times; };
+  };
   const auto liveLineWithin = [](size_t columns) {
     return [columns](const std::string& screen) {
       const std::vector<std::string> lines = LiveLines(screen);
       return !lines.empty() && lines.back().size() < columns;
     };
-  };
-  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(80), 30s)) << terminal.screen();
-  terminal.Resize(50);
-  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(50), 30s)) << terminal.screen();
-  terminal.Type("\x03");
-  EXPECT_EQ(terminal.Wait(30s), 130);
-  const std::vector<std::string> lines = LiveLines(terminal.screen());
-  EXPECT_TRUE(Contains(lines.front(), "to go ") && Contains(lines.front(), "  Az ")) << lines[0];
-  bool narrowed = false;
-  for (const std::string& line : lines) {
-    narrowed = narrowed || line.size() < 50;
-    EXPECT_LT(line.size(), narrowed ? 50u : 80u) << line;
-  }
-  EXPECT_TRUE(Contains(terminal.screen(), "\nscopemount: GOTO axes 120.000 60.000: User interrupt"))
-      << "the live line ends before the error\n" << terminal.screen();
-}
-
-// At a terminal the shell edits lines and keeps a history; Ctrl-C cancels
-// the running command, and at the prompt ends the shell.
-TEST(CliSession, ShellAtATerminal) {
-  TerminalProcess terminal(SCOPEMOUNT_CLI_PATH, At({"shell"}), 80, {"LC_ALL=C", "HOME=/nowhere"});
-  const auto seen = [](const std::string& text, size_t times) {
-    return [text, times](const std::string& screen) { return Count(screen, text) >= times; };
   };
   const std::string prompt = "scopemount> ";
   ASSERT_TRUE(terminal.WaitFor(seen(prompt, 1), 30s)) << terminal.screen();
@@ -256,15 +239,23 @@ TEST(CliSession, ShellAtATerminal) {
   terminal.Type("\x10\n");  // Ctrl-P: the line before, again
   ASSERT_TRUE(terminal.WaitFor(seen(prompt, 3), 30s)) << terminal.screen();
   EXPECT_EQ(Count(terminal.screen(), "idle     axes     0.000"), 2u) << terminal.screen();
-  terminal.Type("help\n");
-  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 4), 30s)) << terminal.screen();
-  EXPECT_TRUE(Contains(terminal.screen(), "help, quit or exit")) << terminal.screen();
+
   terminal.Type("goto --axes 120 60\n");
-  ASSERT_TRUE(terminal.WaitFor(seen("to go", 1), 30s)) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(80), 30s)) << terminal.screen();
+  terminal.Resize(50);
+  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(50), 30s)) << terminal.screen();
   terminal.Type("\x03");
-  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 5), 30s)) << terminal.screen();
-  EXPECT_TRUE(Contains(terminal.screen(), "User interrupt (105)\r\nCancelled;"))
-      << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 4), 30s)) << terminal.screen();
+  const std::vector<std::string> lines = LiveLines(terminal.screen());
+  EXPECT_TRUE(Contains(lines.front(), "to go ") && Contains(lines.front(), "  Az ")) << lines[0];
+  bool narrowed = false;
+  for (const std::string& line : lines) {
+    narrowed = narrowed || line.size() < 50;
+    EXPECT_LT(line.size(), narrowed ? 50u : 80u) << line;
+  }
+  EXPECT_TRUE(Contains(terminal.screen(), "\nscopemount: GOTO axes 120.000 60.000: User interrupt "
+                                          "(105)\r\nCancelled;"))
+      << "the live line ends before the error\n" << terminal.screen();
   terminal.Type("\x03");
   EXPECT_EQ(terminal.Wait(30s), 130);
   EXPECT_TRUE(Contains(terminal.screen(), "Disconnected.")) << terminal.screen();
