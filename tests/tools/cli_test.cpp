@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <regex>
+#include <sstream>
 #include <string>
 
 #include "support/process.h"
@@ -38,15 +40,10 @@ std::vector<std::string> At(std::vector<std::string> args) {
 
 // The live status lines written, without the clearing that ends each.
 std::vector<std::string> LiveLines(const std::string& screen) {
+  static const std::regex LIVE_LINE("[^\r\n]*to go[^\r\n\x1b]*");
   std::vector<std::string> lines;
-  std::string piece;
-  for (const char c : screen) {
-    if (c != '\r' && c != '\n') {
-      piece += c;
-      continue;
-    }
-    if (Contains(piece, "to go")) lines.push_back(piece.substr(0, piece.find("\x1b[K")));
-    piece.clear();
+  for (std::sregex_iterator i(screen.begin(), screen.end(), LIVE_LINE), end; i != end; ++i) {
+    lines.push_back(i->str());
   }
   return lines;
 }
@@ -87,17 +84,17 @@ TEST(Cli, OutputsOfCommandsInTextAndJson) {
       {{"stop", "--axis", "1"}, "Stopped axis 1.\n"},
       {{"--json", "stop", "--axis", "0"}, "{\"event\":\"stopped\",\"utc\":\"20"},
       {At({"--json", "goto", "--altaz", "10", "85"}), "\"code\":103,\"message\":\"Target"},
+      {At({"--json", "goto", "--axes", "3", "2"}),
+       "\"target\":{\"frame\":\"axes\",\"axis0\":3.000000,\"axis1\":2.000000}}\n"},
   };
   for (const auto& [arguments, expected, locale] : cases) {
     const ProcessResult r = Cli(arguments, locale);
     const std::string what = arguments[0] + " ... " + arguments.back() + ": ";
     EXPECT_TRUE(Contains(r.out, expected)) << what << r.out << r.err;
     if (arguments[0] != "--json") continue;
-    size_t begin = 0;
-    for (size_t end = r.out.find('\n'); end != std::string::npos;
-         begin = end + 1, end = r.out.find('\n', begin)) {
-      const std::string line = r.out.substr(begin, end - begin);
-      EXPECT_TRUE(line.front() == '{' && line.back() == '}') << what << line;
+    std::istringstream lines(r.out);
+    for (std::string line; std::getline(lines, line);) {
+      EXPECT_TRUE(!line.empty() && line.front() == '{' && line.back() == '}') << what << line;
       EXPECT_TRUE(line.find("{\"event\":") != 0 || Contains(line, "\",\"utc\":\"20")) << line;
     }
   }
@@ -178,13 +175,6 @@ TEST(CliSession, GotoAStarArrivesAndHoldsIt) {
   EXPECT_TRUE(Contains(r.out, "Slewing to Polaris")) << r.out;
   EXPECT_TRUE(Contains(r.out, "Arrived: tracking")) << r.out;
   EXPECT_TRUE(Contains(r.out, "t+ 2.")) << r.out;
-
-  const ProcessResult json = Cli(At({"--json", "goto", "--axes", "3", "2"}));
-  ASSERT_EQ(json.exitStatus, 0) << json.err;
-  EXPECT_TRUE(Contains(json.out, "\"target\":{\"frame\":\"axes\",\"axis0\":3.000000,"
-                                 "\"axis1\":2.000000}")) << json.out;
-  EXPECT_TRUE(Contains(json.out, "\"status\":{\"state\":\"idle\",\"axis0\":3.0")) << json.out;
-  EXPECT_FALSE(Contains(json.out, "Slewing to")) << "JSON mode prints JSON only";
 }
 
 TEST(CliSession, ShellRunsCommandsInOneConnection) {
