@@ -8,7 +8,6 @@
 #include "commands.h"
 #include "format.h"
 #include "scopemount.h"
-#include "session.h"
 
 namespace scopemount::cli {
 
@@ -67,29 +66,7 @@ std::optional<SYSTEMTIME> ParseLocalTime(const std::string& text) {
   return ToSystemTime(tm, milliseconds > 999 ? 999 : milliseconds);
 }
 
-double HoursOfDay(double hours) {
-  const double reduced = std::fmod(hours, 24.0);
-  return reduced < 0.0 ? reduced + 24.0 : reduced;
-}
-
-void PrintSiderealTimeJson(const SYSTEMTIME& local, double offset, bool dst, double gmst,
-                           const std::optional<double>& longitudeDegrees) {
-  char localText[64];
-  std::snprintf(localText, sizeof localText, "%04u-%02u-%02uT%02u:%02u:%02u.%03u", local.wYear,
-                local.wMonth, local.wDay, local.wHour, local.wMinute, local.wSecond,
-                local.wMilliseconds);
-  std::string object = std::string("{\"localTime\":\"") + localText +
-                       "\",\"utcOffsetHours\":" + JsonNumber(offset) +
-                       ",\"daylightSaving\":" + (dst ? "true" : "false") +
-                       ",\"greenwichMeanSiderealHours\":" + JsonNumber(HoursOfDay(gmst * HOURS_PER_RADIAN));
-  if (longitudeDegrees) {
-    object += ",\"longitude\":" + JsonNumber(*longitudeDegrees) + ",\"localMeanSiderealHours\":" +
-              JsonNumber(HoursOfDay(gmst * HOURS_PER_RADIAN + *longitudeDegrees / 15.0));
-  }
-  std::printf("%s}\n", object.c_str());
-}
-
-int PrintSiderealTime(const SiderealTimeOptions& options, bool json) {
+int PrintSiderealTime(const SiderealTimeOptions& options) {
   SYSTEMTIME local{};
   double offset = 0.0;
   bool dst = options.daylightSaving;
@@ -117,10 +94,6 @@ int PrintSiderealTime(const SiderealTimeOptions& options, bool json) {
   if (options.utcOffsetHours) offset = *options.utcOffsetHours;
 
   const double gmst = ScopeGetSiderealTime(local, offset, dst ? 1 : 0);
-  if (json) {
-    PrintSiderealTimeJson(local, offset, dst, gmst, options.longitudeDegrees);
-    return 0;
-  }
   const double gmstHours = gmst * 12.0 / PI;
   std::printf("local time   %04u-%02u-%02u %02u:%02u:%02u.%03u (UTC%+.2f h%s)\n", local.wYear,
               local.wMonth, local.wDay, local.wHour, local.wMinute, local.wSecond,
@@ -140,7 +113,7 @@ int PrintSiderealTime(const SiderealTimeOptions& options, bool json) {
 
 }  // namespace
 
-void AddSiderealTimeCommand(CLI::App& app, const GlobalOptions& global) {
+void AddSiderealTimeCommand(CLI::App& app) {
   auto options = std::make_shared<SiderealTimeOptions>();
   CLI::App* command = app.add_subcommand(
       "sidereal-time", "Greenwich mean sidereal time of a local time (default: now)");
@@ -152,8 +125,8 @@ void AddSiderealTimeCommand(CLI::App& app, const GlobalOptions& global) {
   command->add_option("--longitude", options->longitudeDegrees,
                       "East longitude in degrees, to show local sidereal time too")
       ->check(CLI::Range(-180.0, 180.0));
-  command->callback([options, &global] {
-    const int status = PrintSiderealTime(*options, global.json);
+  command->callback([options] {
+    const int status = PrintSiderealTime(*options);
     if (status != 0) throw CLI::RuntimeError(status);
   });
 }

@@ -8,9 +8,11 @@ namespace scopemount::cli {
 struct GlobalOptions;
 
 // The options are read when the command runs, after parsing (--json).
+// --version: the program's and the library's, as JSON with `json`.
+void AddVersionFlag(CLI::App& app, bool json);
 void AddModelsCommand(CLI::App& app, const GlobalOptions& options);
 void AddCodesCommand(CLI::App& app, const GlobalOptions& options);
-void AddSiderealTimeCommand(CLI::App& app, const GlobalOptions& options);
+void AddSiderealTimeCommand(CLI::App& app);
 void AddSeparationCommand(CLI::App& app);
 void AddEmulateCommand(CLI::App& app, const GlobalOptions& options);
 // The planetarium server; sets `exitStatus` when it ends.

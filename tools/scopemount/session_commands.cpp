@@ -20,7 +20,6 @@
 #include "session.h"
 #include "sky.h"
 #include "text.h"
-#include "version.h"
 
 namespace scopemount::cli {
 
@@ -583,14 +582,6 @@ bool JsonRequested(int argc, char** argv) {
   return false;
 }
 
-std::string VersionText(bool json) {
-  if (json) {
-    return "{\"program\":" + JsonString(ProgramVersion()) +
-           ",\"library\":" + JsonString(LibraryVersion()) + "}";
-  }
-  return "scopemount " + ProgramVersion() + "\nlibrary libscopemount " + LibraryVersion();
-}
-
 }  // namespace
 
 int RunProgram(int argc, char** argv) {
@@ -601,11 +592,10 @@ int RunProgram(int argc, char** argv) {
   app.fallthrough();
   Context ctx;
   const bool json = JsonRequested(argc, argv);
-  app.set_version_flag("--version", [json] { return VersionText(json); },
-                       "Show the versions of the program and of the library");
+  AddVersionFlag(app, json);
   AddModelsCommand(app, ctx.options);
   AddCodesCommand(app, ctx.options);
-  AddSiderealTimeCommand(app, ctx.options);
+  AddSiderealTimeCommand(app);
   AddSeparationCommand(app);
   AddEmulateCommand(app, ctx.options);
   app.add_option("--model", ctx.options.model, "Mount model (scopemount models); default 7")
@@ -617,7 +607,7 @@ int RunProgram(int argc, char** argv) {
       ->check(CLI::Range(-180.0, 180.0));
   app.add_option("--elev", ctx.options.elevation, "Site elevation, metres")
       ->check(CLI::Range(-1000.0, 8848.0));
-  app.add_flag("--json", ctx.options.json, "Machine-readable output: one JSON object per line");
+  app.add_flag("--json", ctx.options.json, "Machine-readable status lines");
   app.add_option("--load", ctx.options.loadFile, "Restore an alignment record after connecting")
       ->check(CLI::ExistingFile);
   AddMountCommands(app, ctx);

@@ -5,6 +5,8 @@
 #include <climits>
 #include <cstdlib>
 
+#include "commands.h"
+#include "format.h"
 #include "scopemount.h"
 
 namespace scopemount::cli {
@@ -31,6 +33,19 @@ std::string LibraryVersion() {
   const size_t suffix = file.rfind(SHARED_SUFFIX);
   if (suffix == std::string::npos) return UNKNOWN;
   return file.substr(suffix + std::char_traits<char>::length(SHARED_SUFFIX));
+}
+
+void AddVersionFlag(CLI::App& app, bool json) {
+  app.set_version_flag(
+      "--version",
+      [json] {
+        if (json) {
+          return "{\"program\":" + JsonString(ProgramVersion()) +
+                 ",\"library\":" + JsonString(LibraryVersion()) + "}";
+        }
+        return "scopemount " + ProgramVersion() + "\nlibrary libscopemount " + LibraryVersion();
+      },
+      "Show the versions of the program and of the library");
 }
 
 }  // namespace scopemount::cli
