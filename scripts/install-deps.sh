@@ -8,7 +8,7 @@
 # ERFA for armel (a foreign architecture, added to dpkg when missing).
 set -euo pipefail
 
-packages=(cmake ninja-build g++ pkg-config binutils libcli11-dev liberfa-dev libbluetooth-dev)
+packages=(cmake ninja-build g++ pkg-config binutils libcli11-dev liberfa-dev libedit-dev libbluetooth-dev)
 for need in "${@:-build}"; do
   case "$need" in
     build) ;;

@@ -5,43 +5,16 @@
 #include <string>
 #include <vector>
 
-#include "serial/probe_port.h"
 #include "support/process.h"
-#include "support/selected_port.h"
 
 namespace scopemount::testing {
 namespace {
-
-constexpr int32_t EMULATOR_PORT = 43;
 
 // The program serving `protocol`; it prints the device path on its first line.
 struct ServedEmulator : ChildProcess {
   explicit ServedEmulator(const char* protocol)
       : ChildProcess(SCOPEMOUNT_CLI_PATH, {"emulate", protocol}) {}
 };
-
-TEST(EmulateCommand, ServesTheControllerOnThePrintedPathUntilInputEnds) {
-  ServedEmulator emulator("demo");
-  const std::string path = emulator.ReadLine();
-  ASSERT_EQ(path.rfind("/dev/pts/", 0), 0u) << path;
-  {
-    const SelectedPort selected(EMULATOR_PORT, path.c_str());
-    ASSERT_TRUE(selected.bound());
-    ProbePort port;
-    ASSERT_TRUE(port.IsOpen());
-    EXPECT_EQ(port.Ask("POS 1\n", 4), EXCHANGE_OK);
-    EXPECT_EQ(port.Reply(4), "1 0\n");
-  }
-  emulator.CloseInput();
-  EXPECT_EQ(emulator.Wait(), 0);
-}
-
-TEST(EmulateCommand, EndsOnInterrupt) {
-  ServedEmulator emulator("demo");
-  ASSERT_FALSE(emulator.ReadLine().empty());
-  emulator.Interrupt();
-  EXPECT_EQ(emulator.Wait(), 0);
-}
 
 // Two programs side by side, as the README shows them: a hardware model's
 // controller served on a pseudo-terminal, and a short GOTO through it.
@@ -74,7 +47,12 @@ TEST(EmulateCommand, EachHardwareProtocolServesAGotoOfItsModels) {
     EXPECT_EQ(r.exitStatus, 0) << r.out << r.err;
     EXPECT_NE(r.out.find(std::string("Connected: ") + c.name), std::string::npos) << r.out;
     EXPECT_NE(r.out.find(c.arrived), std::string::npos) << r.out;
-    emulator.CloseInput();
+    // Either way of ending serving (every other case) is a normal end.
+    if ((&c - cases) % 2 == 1) {
+      emulator.Interrupt();
+    } else {
+      emulator.CloseInput();
+    }
     EXPECT_EQ(emulator.Wait(), 0);
   }
 }

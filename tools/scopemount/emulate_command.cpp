@@ -12,6 +12,8 @@
 
 #include "commands.h"
 #include "emulated_line.h"
+#include "format.h"
+#include "session.h"
 #include "emulated_protocols.h"
 #include "pty_host.h"
 
@@ -72,13 +74,19 @@ void PrintProtocols(std::FILE* to) {
   }
 }
 
+void PrintProtocolsJson() {
+  for (const emulation::EmulatedProtocol& protocol : emulation::EmulatedProtocols()) {
+    std::printf("{\"protocol\":%s,\"description\":%s}\n", JsonString(protocol.name).c_str(),
+                JsonString(protocol.description).c_str());
+  }
+}
+
 int Emulate(const EmulateOptions& options) {
   const emulation::EmulatedProtocol* protocol =
       emulation::FindEmulatedProtocol(options.protocol.c_str());
   if (protocol == nullptr) {
-    std::fprintf(stderr, "Unknown protocol \"%s\". Known:\n", options.protocol.c_str());
-    PrintProtocols(stderr);
-    return 2;
+    throw CLI::ValidationError("PROTOCOL", "unknown controller \"" + options.protocol +
+                                               "\" (scopemount emulate --list)");
   }
   emulation::WallClock clock;
   const std::unique_ptr<emulation::ControllerModel> model = protocol->makeModel();
@@ -90,14 +98,14 @@ int Emulate(const EmulateOptions& options) {
 
   if (pipe(stopPipe) != 0) {
     std::perror("pipe");
-    return 1;
+    return EXIT_LIBRARY_ERROR;
   }
   std::signal(SIGINT, RequestStop);
   std::signal(SIGTERM, RequestStop);
   emulation::PtyHost host(line);
   if (!host.Start()) {
     std::fprintf(stderr, "No pseudo-terminal could be created.\n");
-    return 1;
+    return EXIT_LIBRARY_ERROR;
   }
   std::printf("%s\n", host.Path().c_str());
   std::fflush(stdout);
@@ -110,7 +118,7 @@ int Emulate(const EmulateOptions& options) {
 
 }  // namespace
 
-void AddEmulateCommand(CLI::App& app) {
+void AddEmulateCommand(CLI::App& app, const GlobalOptions& global) {
   auto options = std::make_shared<EmulateOptions>();
   CLI::App* command = app.add_subcommand(
       "emulate", "Serve an emulated controller on a pseudo-terminal and print its path");
@@ -124,9 +132,13 @@ void AddEmulateCommand(CLI::App& app) {
   command->add_option("--truncate", options->truncateTo, "Fault: replies cut to this many bytes");
   command->add_option("--stop-after", options->stopAfter,
                       "Fault: the controller goes quiet after this many commands");
-  command->callback([options] {
+  command->callback([options, &global] {
     if (options->list) {
-      PrintProtocols(stdout);
+      if (global.json) {
+        PrintProtocolsJson();
+      } else {
+        PrintProtocols(stdout);
+      }
       return;
     }
     if (options->protocol.empty()) {

@@ -24,4 +24,11 @@ std::string FormatDegrees(double radians);
 std::optional<double> ParseHours(const std::string& text);
 std::optional<double> ParseDegrees(const std::string& text);
 
+// JSON pieces: a number with six decimals (null if not finite), a quoted
+// string with the characters JSON reserves escaped, and the current UTC time
+// as "2026-11-23T20:33:01.123Z".
+std::string JsonNumber(double value);
+std::string JsonString(const std::string& text);
+std::string UtcTimestamp();
+
 }  // namespace scopemount::cli

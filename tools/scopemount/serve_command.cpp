@@ -107,6 +107,9 @@ class PlanetariumTelescope {
     const double ra = pp::RightAscensionRadians(message.rightAscension);
     const double dec = pp::DeclinationRadians(message.declination);
     const std::string where = Place(ra, dec) + " (" + EquinoxName() + ") from " + peer;
+    const std::string target = "\"target\":{\"frame\":\"" + std::string(EquinoxName()) +
+                               "\",\"rightAscension\":" + JsonNumber(ra * HOURS_PER_RADIAN) +
+                               ",\"declination\":" + JsonNumber(dec * DEGREES_PER_RADIAN) + "}";
     // The units reach past the poles; such a place does not exist.
     const std::optional<std::pair<double, double>> observed =
         std::fabs(dec) <= PI / 2 ? ToObserved(ra, dec) : std::nullopt;
@@ -114,13 +117,13 @@ class PlanetariumTelescope {
                                : SCOPE_INVALID_PARAMETER;
     if (r != SCOPE_OK) {
       Event("GOTO refused: " + where + ": " + ErrorMessage(r) + " (" + std::to_string(r) + ")",
-            "{\"event\":\"goto-refused\",\"code\":" + std::to_string(r) + "}");
+            "{\"event\":\"goto-refused\",\"code\":" + std::to_string(r) + "," + target + "}");
       return;
     }
     target_ = {ra, dec};
     slewStart_ = Clock::now();
     sawSlewing_ = false;
-    Event("GOTO started: " + where, "{\"event\":\"goto-started\"}");
+    Event("GOTO started: " + where, "{\"event\":\"goto-started\"," + target + "}");
   }
 
   // Reads the mount; the position in the client's frame, or the library's

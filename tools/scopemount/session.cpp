@@ -1,8 +1,10 @@
 #include "session.h"
 
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -33,17 +35,30 @@ constexpr double SLEW_START_GRACE_S = 1.5;
 // The port number a --port path is bound to.
 constexpr int32_t PORT_FOR_PATH = 2;
 
+// Columns when the terminal does not say.
+constexpr int DEFAULT_COLUMNS = 80;
+// The live line leaves the last column free: writing into it makes some
+// terminals wrap at once.
+constexpr int RIGHT_MARGIN = 1;
+constexpr const char* LIVE_SEPARATOR = "  ";
+
 void OnInterrupt(int) { interrupted = true; }
+
+// Set by SIGWINCH; the next live line reads the new width.
+std::atomic<bool> terminalResized{true};
+void OnResize(int) { terminalResized = true; }
+
+std::string EventWithTime(const std::string& object) {
+  static const std::string EVENT_START = "{\"event\":\"";
+  if (object.compare(0, EVENT_START.size(), EVENT_START) != 0) return object;
+  const size_t nameEnd = object.find('"', EVENT_START.size());
+  if (nameEnd == std::string::npos) return object;
+  return object.substr(0, nameEnd + 1) + ",\"utc\":\"" + UtcTimestamp() + "\"" +
+         object.substr(nameEnd + 1);
+}
 
 double SecondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-std::string JsonNumber(double value) {
-  if (!std::isfinite(value)) return "null";
-  char buffer[32];
-  std::snprintf(buffer, sizeof buffer, "%.6f", value);
-  return buffer;
 }
 
 std::string Arcseconds(double radians) {
@@ -69,6 +84,43 @@ void InstallInterruptHandler() {
   sigemptyset(&action.sa_mask);
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
+  struct sigaction resize {};
+  resize.sa_handler = OnResize;
+  sigemptyset(&resize.sa_mask);
+  resize.sa_flags = SA_RESTART;
+  sigaction(SIGWINCH, &resize, nullptr);
+}
+
+int TerminalColumns() {
+  static int columns = DEFAULT_COLUMNS;
+  if (terminalResized.exchange(false)) {
+    winsize size{};
+    const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    columns = known ? size.ws_col : DEFAULT_COLUMNS;
+  }
+  return columns;
+}
+
+std::string FitLiveLine(std::vector<LiveField> fields, int columns) {
+  const size_t room = static_cast<size_t>(std::max(columns - RIGHT_MARGIN, 1));
+  const auto joined = [&fields] {
+    std::string line;
+    for (const LiveField& field : fields) {
+      if (!line.empty()) line += LIVE_SEPARATOR;
+      line += field.text;
+    }
+    return line;
+  };
+  std::string line = joined();
+  while (line.size() > room && fields.size() > 1) {
+    const auto least = std::min_element(
+        fields.begin(), fields.end(),
+        [](const LiveField& a, const LiveField& b) { return a.priority < b.priority; });
+    fields.erase(least);
+    line = joined();
+  }
+  if (line.size() > room) line.resize(room);
+  return line;
 }
 
 const char* StateName(uint32_t state) {
@@ -100,11 +152,12 @@ void Output::Say(const std::string& text) {
 
 void Output::Json(const std::string& object) {
   if (!json_) return;
-  std::printf("%s\n", object.c_str());
+  std::printf("%s\n", EventWithTime(object).c_str());
   std::fflush(stdout);
 }
 
-void Output::Progress(const std::string& text, const std::string& jsonObject) {
+void Output::Progress(const std::string& plain, const std::vector<LiveField>& live,
+                      const std::string& jsonObject) {
   static const Clock::time_point programStart = Clock::now();
   const double now = SecondsSince(programStart);
   if (json_ || !terminal_) {
@@ -113,13 +166,13 @@ void Output::Progress(const std::string& text, const std::string& jsonObject) {
     if (json_) {
       Json(jsonObject);
     } else {
-      std::printf("%s\n", text.c_str());
+      std::printf("%s\n", plain.c_str());
       std::fflush(stdout);
     }
     return;
   }
   // Back to the start of the line and clear it: the line rewrites itself.
-  std::printf("\r%s\x1b[K", text.c_str());
+  std::printf("\r%s\x1b[K", FitLiveLine(live, TerminalColumns()).c_str());
   std::fflush(stdout);
   progressShown_ = true;
 }
@@ -130,19 +183,35 @@ void Output::EndProgress() {
   lastPlainProgress_ = -1e9;
 }
 
+void Output::ErrorEvent(const std::string& fields) {
+  if (!json_) return;
+  Json("{\"event\":\"error\"," + fields + "}");
+}
+
 void Output::Failure(int32_t code, const std::string& context) {
   EndProgress();
   const std::string message = ErrorMessage(code);
-  if (json_) {
-    std::printf("{\"event\":\"error\",\"code\":%d,\"message\":\"%s\"}\n", code, message.c_str());
-    std::fflush(stdout);
-  }
+  ErrorEvent("\"code\":" + std::to_string(code) + ",\"message\":" + JsonString(message) +
+             (context.empty() ? "" : ",\"context\":" + JsonString(context)));
   std::fprintf(stderr, "scopemount: %s%s%s (%d)\n", context.c_str(), context.empty() ? "" : ": ",
                message.c_str(), code);
 }
 
 void Output::Failure(const std::string& message) {
   EndProgress();
+  ErrorEvent("\"message\":" + JsonString(message));
+  std::fprintf(stderr, "scopemount: %s\n", message.c_str());
+}
+
+void Output::UsageError(const std::string& message) {
+  EndProgress();
+  ErrorEvent("\"usage\":true,\"message\":" + JsonString(message));
+  std::fprintf(stderr, "scopemount: %s\n", message.c_str());
+}
+
+void Output::Warning(const std::string& message) {
+  EndProgress();
+  if (json_) Json("{\"event\":\"warning\",\"message\":" + JsonString(message) + "}");
   std::fprintf(stderr, "scopemount: %s\n", message.c_str());
 }
 
@@ -158,9 +227,15 @@ Site Session::site() const {
           options_.elevation};
 }
 
+bool IsSimulator(int32_t model) {
+  return model == SCOPE_MODEL_EQUATORIAL_SIMULATOR || model == SCOPE_MODEL_ALTAZ_SIMULATOR;
+}
+
 int32_t Session::Connect() {
   if (connected_) return SCOPE_OK;
-  if (!options_.port.empty()) {
+  if (!options_.port.empty() && IsSimulator(options_.model)) {
+    output_.Warning("--port " + options_.port + " is ignored: the simulators need no serial line");
+  } else if (!options_.port.empty()) {
     const int32_t bound = ScopeSetPortPath(PORT_FOR_PATH, options_.port.c_str());
     if (bound != SCOPE_OK) {
       output_.Failure(bound, "port " + options_.port);
@@ -171,7 +246,9 @@ int32_t Session::Connect() {
   const Site here = site();
   const int32_t r = ScopeConnect(options_.model, here.latitude, here.elevation);
   if (r != SCOPE_OK) {
-    output_.Failure(r, "connecting " + ModelName(options_.model));
+    const bool noPort = options_.port.empty() && !IsSimulator(options_.model);
+    output_.Failure(r, "connecting " + ModelName(options_.model) +
+                           (noPort ? " (no --port given)" : ""));
     return r;
   }
   connected_ = true;
@@ -224,6 +301,14 @@ std::string Session::StatusText(const MountStatus& s) const {
   return text;
 }
 
+std::vector<LiveField> Session::StatusFields(const MountStatus& s) const {
+  // Where the sky is matters most while slewing, the raw axes least.
+  return {{StateName(s.state), 9},
+          {"Az " + FormatDegrees(s.horizontal[0]) + " Alt " + FormatDegrees(s.horizontal[1]), 7},
+          {"HA " + FormatHours(s.sky[0]) + " Dec " + FormatSignedDegrees(s.sky[1]), 5},
+          {"axes " + FormatDegrees(s.axes[0]) + " " + FormatDegrees(s.axes[1]), 3}};
+}
+
 std::string Session::StatusJson(const MountStatus& s) const {
   return std::string("{\"state\":\"") + StateName(s.state) + "\",\"axis0\":" +
          JsonNumber(s.axes[0] * DEGREES_PER_RADIAN) +
@@ -239,23 +324,32 @@ void Session::StopBothAxes() {
   ScopeStopAxis(SCOPE_AXIS_1);
 }
 
+int32_t Session::StopEverything() {
+  // Tracking first, so that it cannot set an axis going again.
+  const int32_t results[] = {ScopeSetTracking(0), ScopeStopAxis(SCOPE_AXIS_0),
+                             ScopeStopAxis(SCOPE_AXIS_1)};
+  for (const int32_t r : results) {
+    if (r != SCOPE_OK) return r;
+  }
+  return SCOPE_OK;
+}
+
 int32_t Session::WaitForSlew(const std::function<double()>& distanceToGo) {
   const Clock::time_point start = Clock::now();
   bool sawSlewing = false;
   for (;;) {
     if (interrupted) {
       StopBothAxes();
-      output_.Failure(SCOPE_USER_INTERRUPT, "");
       return SCOPE_USER_INTERRUPT;
     }
     MountStatus status;
     const int32_t r = ReadStatus(&status);
-    if (r != SCOPE_OK) {
-      output_.Failure(r, "reading the mount");
-      return r;
-    }
+    if (r != SCOPE_OK) return r;
     const double toGo = distanceToGo();
-    output_.Progress(StatusText(status) + "  to go " + FormatDegrees(toGo),
+    const std::string toGoText = "to go " + FormatDegrees(toGo);
+    std::vector<LiveField> live = StatusFields(status);
+    live.insert(live.begin() + 1, LiveField{toGoText, 8});
+    output_.Progress(StatusText(status) + "  " + toGoText, live,
                      "{\"event\":\"progress\",\"status\":" + StatusJson(status) +
                          ",\"toGo\":" + JsonNumber(toGo * DEGREES_PER_RADIAN) + "}");
     if (status.state == SCOPE_STATE_SLEWING) sawSlewing = true;
@@ -267,7 +361,7 @@ int32_t Session::WaitForSlew(const std::function<double()>& distanceToGo) {
     }
     if (SecondsSince(start) > SLEW_WAIT_LIMIT_S) {
       StopBothAxes();
-      output_.Failure("the mount did not arrive in time; stopped it");
+      output_.Say("The mount did not arrive in time; stopped it.");
       return SCOPE_AXIS_BUSY;
     }
     std::this_thread::sleep_for(POLL_INTERVAL);
@@ -278,19 +372,13 @@ int32_t Session::Watch(double seconds, const std::function<double()>& offset) {
   const Clock::time_point start = Clock::now();
   double lastShown = -1.0;
   for (;;) {
-    if (interrupted) {
-      output_.Failure(SCOPE_USER_INTERRUPT, "");
-      return SCOPE_USER_INTERRUPT;
-    }
+    if (interrupted) return SCOPE_USER_INTERRUPT;
     const double elapsed = SecondsSince(start);
     if (elapsed - lastShown >= 1.0 || elapsed >= seconds) {
       lastShown = elapsed;
       MountStatus status;
       const int32_t r = ReadStatus(&status);
-      if (r != SCOPE_OK) {
-        output_.Failure(r, "reading the mount");
-        return r;
-      }
+      if (r != SCOPE_OK) return r;
       const double off = offset();
       char when[32];
       std::snprintf(when, sizeof when, "t+%4.1fs ", elapsed);

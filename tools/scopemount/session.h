@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "scopemount.h"
 #include "sky.h"
@@ -40,28 +41,52 @@ struct MountStatus {
 };
 
 const char* StateName(uint32_t state);
+// Models 6 and 7 run without hardware.
+bool IsSimulator(int32_t model);
+
+// One piece of the live status line; when the terminal is too narrow the
+// pieces of lowest priority go first.
+struct LiveField {
+  std::string text;
+  int priority;
+};
 
 class Output {
  public:
   explicit Output(bool json);
   bool json() const { return json_; }
-  // A line of text (text mode) or a JSON object (JSON mode).
+  // A line of text (text mode) or a JSON object (JSON mode). Events (objects
+  // that start with "event") get the UTC time stamped into them.
   void Say(const std::string& text);
   void Json(const std::string& object);
   // One update of a live status line: rewritten in place on a terminal,
-  // printed as a line once a second otherwise.
-  void Progress(const std::string& text, const std::string& jsonObject);
+  // fitted to its width, and printed as `plain` once a second otherwise.
+  void Progress(const std::string& plain, const std::vector<LiveField>& live,
+                const std::string& jsonObject);
   void EndProgress();
-  // A failure, in the library's own words, on standard error.
+  // A failure, in the library's own words, on standard error (and as an
+  // error event in JSON mode).
   void Failure(int32_t code, const std::string& context);
   void Failure(const std::string& message);
+  // Bad input from the user: the same, marked as a usage error.
+  void UsageError(const std::string& message);
+  // Something the user should know that does not stop the command.
+  void Warning(const std::string& message);
 
  private:
+  void ErrorEvent(const std::string& fields);
+
   bool json_;
   bool terminal_;
   bool progressShown_ = false;
   double lastPlainProgress_ = -1e9;
 };
+
+// The live line's width: the terminal's columns, re-read after a resize.
+int TerminalColumns();
+// The pieces joined by two spaces, least important dropped until the line
+// fits in `columns` (and cut if even the most important one does not).
+std::string FitLiveLine(std::vector<LiveField> fields, int columns);
 
 class Session {
  public:
@@ -81,15 +106,19 @@ class Session {
   int32_t ReadStatus(MountStatus* status) const;
   std::string StatusJson(const MountStatus& status) const;
   std::string StatusText(const MountStatus& status) const;
+  std::vector<LiveField> StatusFields(const MountStatus& status) const;
 
   // After a GOTO was accepted: shows progress until the mount no longer
   // slews. `distanceToGo` gives the remaining angle (radians). Returns 0,
-  // or SCOPE_USER_INTERRUPT after Ctrl-C (the axes are stopped then).
+  // or SCOPE_USER_INTERRUPT after Ctrl-C (the axes are stopped then), or
+  // the library's code; the caller reports failures.
   int32_t WaitForSlew(const std::function<double()>& distanceToGo);
   // Shows the position for `seconds` while the mount tracks, with its
-  // distance from where it should point.
+  // distance from where it should point. Failures as for WaitForSlew.
   int32_t Watch(double seconds, const std::function<double()>& offset);
   void StopBothAxes();
+  // Both axes and tracking; the first failure's code.
+  int32_t StopEverything();
 
  private:
   GlobalOptions& options_;

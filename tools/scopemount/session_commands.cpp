@@ -15,6 +15,7 @@
 
 #include "commands.h"
 #include "format.h"
+#include "line_editor.h"
 #include "scopemount.h"
 #include "session.h"
 #include "sky.h"
@@ -40,7 +41,15 @@ struct Target {
   double second = 0.0;  // declination, altitude or axis 1
   // For sky targets: the target's hour angle and declination now.
   std::function<std::pair<double, double>()> skyNow;
+  // The target as the user gave it, for JSON: a frame and its two angles.
+  std::string json = "null";
 };
+
+std::string TargetJson(const char* frame, const char* firstName, double first,
+                       const char* secondName, double second) {
+  return std::string("{\"frame\":\"") + frame + "\",\"" + firstName + "\":" + JsonNumber(first) +
+         ",\"" + secondName + "\":" + JsonNumber(second) + "}";
+}
 
 double SkyOffset(const Target& target) {
   double sky[2];
@@ -105,7 +114,7 @@ class Context {
     exitStatus = code == SCOPE_USER_INTERRUPT ? EXIT_INTERRUPTED : EXIT_LIBRARY_ERROR;
   }
   void UsageError(const std::string& message) {
-    output().Failure(message);
+    output().UsageError(message);
     exitStatus = EXIT_USAGE;
   }
   void Finish() { session_.reset(); }
@@ -135,7 +144,8 @@ void GotoAndTrack(Context& ctx, Target target, double trackSeconds) {
   }
   if (r != SCOPE_OK) return ctx.Fail(r, "GOTO " + target.description);
   session.output().Say("Slewing to " + target.description + " ...");
-  session.output().Json("{\"event\":\"goto\",\"target\":\"" + target.description + "\"}");
+  session.output().Json("{\"event\":\"goto\",\"description\":" + JsonString(target.description) +
+                        ",\"target\":" + target.json + "}");
   r = session.WaitForSlew([&target] { return DistanceToGo(target); });
   if (r != SCOPE_OK) return ctx.Fail(r, "GOTO " + target.description);
   MountStatus status;
@@ -192,11 +202,15 @@ void RunGoto(Context& ctx, const GotoOptions& o) {
     }
     target.description = star->name;
     target.skyNow = StarOnSky(*star, site);
+    target.json = TargetJson("J2000", "rightAscension", star->rightAscension * HOURS_PER_RADIAN,
+                             "declination", star->declination * DEGREES_PER_RADIAN);
   } else if (!o.radec.empty()) {
     const auto pair = ParsePair(o.radec, true);
     if (!pair) return ctx.UsageError("--radec expects RA (hours) and Dec (degrees)");
     const auto [ra, dec] = *pair;
     target.description = "RA " + FormatHours(ra) + " Dec " + FormatSignedDegrees(dec);
+    target.json = TargetJson("of date", "rightAscension", ra * HOURS_PER_RADIAN, "declination",
+                             dec * DEGREES_PER_RADIAN);
     // The hour angle from the site's longitude and the clock.
     target.skyNow = [ra, dec, site] {
       return std::pair{LocalSiderealTime(site, UtcNow()) - ra, dec};
@@ -207,6 +221,8 @@ void RunGoto(Context& ctx, const GotoOptions& o) {
     target.description = "HA " + FormatHours(pair->first) + " Dec " +
                          FormatSignedDegrees(pair->second);
     target.skyNow = FixedOnSky(pair->first, pair->second);
+    target.json = TargetJson("hour angle", "hourAngle", pair->first * HOURS_PER_RADIAN,
+                             "declination", pair->second * DEGREES_PER_RADIAN);
   } else {
     const bool horizontal = !o.altaz.empty();
     const auto pair = ParsePair(horizontal ? o.altaz : o.axes, false);
@@ -217,6 +233,10 @@ void RunGoto(Context& ctx, const GotoOptions& o) {
     target.second = pair->second;
     target.description = std::string(horizontal ? "Az " : "axes ") + FormatDegrees(pair->first) +
                          (horizontal ? " Alt " : " ") + FormatDegrees(pair->second);
+    target.json = horizontal ? TargetJson("horizontal", "azimuth", pair->first * DEGREES_PER_RADIAN,
+                                          "altitude", pair->second * DEGREES_PER_RADIAN)
+                             : TargetJson("axes", "axis0", pair->first * DEGREES_PER_RADIAN,
+                                          "axis1", pair->second * DEGREES_PER_RADIAN);
   }
   GotoAndTrack(ctx, target, o.track);
 }
@@ -255,12 +275,28 @@ void AddStatus(CLI::App& app, Context& ctx) {
       });
 }
 
+void RunStop(Context& ctx, const std::optional<uint32_t>& axis) {
+  if (!ctx.Connected()) return;
+  if (axis) {
+    const int32_t r = ScopeStopAxis(*axis);
+    if (r != SCOPE_OK) return ctx.Fail(r, "stopping axis " + std::to_string(*axis));
+    ctx.output().Say("Stopped axis " + std::to_string(*axis) + ".");
+    ctx.output().Json("{\"event\":\"stopped\",\"axis\":" + std::to_string(*axis) + "}");
+  } else {
+    const int32_t r = ctx.session().StopEverything();
+    if (r != SCOPE_OK) return ctx.Fail(r, "stopping");
+    ctx.output().Say("Stopped both axes and tracking.");
+    ctx.output().Json("{\"event\":\"stopped\",\"axis\":\"both\",\"tracking\":false}");
+  }
+  ShowStatus(ctx);
+}
+
 void AddStop(CLI::App& app, Context& ctx) {
-  app.add_subcommand("stop", "Stop both axes")->callback([&ctx] {
-    if (!ctx.Connected()) return;
-    ctx.session().StopBothAxes();
-    ShowStatus(ctx);
-  });
+  auto axis = std::make_shared<std::optional<uint32_t>>();
+  CLI::App* c = app.add_subcommand("stop", "Stop both axes and tracking (or one axis)");
+  c->add_option("--axis", *axis, "Stop only this axis: 0 (RA/azimuth) or 1 (Dec/altitude)")
+      ->check(CLI::Range(0, 1));
+  c->callback([&ctx, axis] { RunStop(ctx, *axis); });
 }
 
 struct MoveOptions {
@@ -408,37 +444,70 @@ void AddStars(CLI::App& app, Context& ctx) {
 
 void AddMountCommands(CLI::App& app, Context& ctx);
 
-void RunShell(Context& ctx) {
-  const bool prompt = isatty(STDIN_FILENO) == 1;
-  int failures = 0;
+constexpr const char* SHELL_FOOTER =
+    "Also: help, quit or exit (end of input ends too). On a terminal Ctrl-C cancels the "
+    "running command; at the prompt it ends the shell.";
+
+// Runs one line of the shell; false when the line ends the shell.
+bool RunShellLine(Context& ctx, const std::string& line, int& failures) {
+  const size_t first = line.find_first_not_of(" \t");
+  if (first == std::string::npos || line[first] == '#') return true;
+  const std::string word = line.substr(first, line.find_first_of(" \t", first) - first);
+  if (word == "quit" || word == "exit") return false;
+  CLI::App lineApp{"Commands of the shell, one per line:", "scopemount"};
+  lineApp.footer(SHELL_FOOTER);
+  AddMountCommands(lineApp, ctx);
+  if (word == "help") {
+    std::printf("%s", lineApp.help().c_str());
+    return true;
+  }
+  ctx.exitStatus = 0;
+  try {
+    lineApp.parse(line, false);
+  } catch (const CLI::ParseError& e) {
+    if (e.get_exit_code() == 0) {  // --help
+      lineApp.exit(e);
+      return true;
+    }
+    ctx.UsageError(std::string(e.what()) + " (in: " + line + ")");
+  }
+  if (ctx.exitStatus == 0 && lineApp.get_subcommands().empty()) {
+    ctx.UsageError("no command in: " + line);
+  }
+  if (ctx.exitStatus != 0) ++failures;
+  return true;
+}
+
+// A script on standard input: Ctrl-C ends it.
+void RunScript(Context& ctx, int& failures) {
+  std::string line;
+  while (!interrupted && std::getline(std::cin, line)) {
+    if (!RunShellLine(ctx, line, failures) || ctx.exitStatus == EXIT_INTERRUPTED) break;
+  }
+}
+
+// A person at a terminal: Ctrl-C cancels the running command and the next
+// one at the prompt ends the shell.
+void RunPrompt(Context& ctx, int& failures) {
+  LineEditor editor;
   std::string line;
   for (;;) {
-    if (interrupted) break;
-    if (prompt) {
-      std::printf("scopemount> ");
-      std::fflush(stdout);
+    const LineEditor::Result read = editor.Read(line);
+    if (read != LineEditor::Result::Line || !RunShellLine(ctx, line, failures)) return;
+    if (ctx.exitStatus == EXIT_INTERRUPTED) {
+      interrupted = false;
+      --failures;  // the user's choice, not a failure
+      ctx.output().Say("Cancelled; Ctrl-C again at the prompt ends the shell.");
     }
-    if (!std::getline(std::cin, line)) break;
-    const size_t first = line.find_first_not_of(" \t");
-    if (first == std::string::npos || line[first] == '#') continue;
-    if (line.compare(first, 4, "quit") == 0 || line.compare(first, 4, "exit") == 0) break;
-    CLI::App lineApp{"scopemount shell command"};
-    AddMountCommands(lineApp, ctx);
-    ctx.exitStatus = 0;
-    try {
-      lineApp.parse(line, false);
-    } catch (const CLI::ParseError& e) {
-      if (e.get_exit_code() == 0) {  // --help
-        lineApp.exit(e);
-        continue;
-      }
-      ctx.UsageError(std::string(e.what()) + " (in: " + line + ")");
-    }
-    if (ctx.exitStatus == 0 && lineApp.get_subcommands().empty()) {
-      ctx.UsageError("no command in: " + line);
-    }
-    if (ctx.exitStatus != 0) ++failures;
-    if (ctx.exitStatus == EXIT_INTERRUPTED) break;
+  }
+}
+
+void RunShell(Context& ctx) {
+  int failures = 0;
+  if (isatty(STDIN_FILENO) == 1) {
+    RunPrompt(ctx, failures);
+  } else {
+    RunScript(ctx, failures);
   }
   ctx.exitStatus = interrupted ? EXIT_INTERRUPTED : (failures != 0 ? EXIT_LIBRARY_ERROR : 0);
 }
@@ -503,10 +572,32 @@ void RunDemo(Context& ctx) {
   }
 }
 
+// Parse errors come before --json is known for sure: look for it by hand.
+bool JsonRequested(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (argument == "--") return false;
+    if (argument == "--json") return true;
+  }
+  return false;
+}
+
 }  // namespace
 
-int RunProgram(CLI::App& app, int argc, char** argv) {
+int RunProgram(int argc, char** argv) {
+  CLI::App app{"scopemount: drive a motorised telescope mount.\n"
+               "With no command: a short session on the Alt/Az simulator."};
+  app.require_subcommand(0, 1);
+  // Site, model and output options may follow the command too.
+  app.fallthrough();
   Context ctx;
+  const bool json = JsonRequested(argc, argv);
+  AddVersionFlag(app, json);
+  AddModelsCommand(app, ctx.options);
+  AddCodesCommand(app, ctx.options);
+  AddSiderealTimeCommand(app);
+  AddSeparationCommand(app);
+  AddEmulateCommand(app, ctx.options);
   app.add_option("--model", ctx.options.model, "Mount model (scopemount models); default 7")
       ->check(CLI::Range(0, SCOPE_MODEL_COUNT - 1));
   app.add_option("--port", ctx.options.port, "Serial device of a hardware mount");
@@ -520,16 +611,27 @@ int RunProgram(CLI::App& app, int argc, char** argv) {
   app.add_option("--load", ctx.options.loadFile, "Restore an alignment record after connecting")
       ->check(CLI::ExistingFile);
   AddMountCommands(app, ctx);
-  app.add_subcommand("shell", "Read commands line by line from standard input, one connection")
+  app.add_subcommand("shell",
+                     "Read commands line by line in one connection (help, quit or exit)")
+      ->footer(SHELL_FOOTER)
       ->callback([&ctx] { RunShell(ctx); });
   AddServeCommand(app, ctx.options, ctx.exitStatus);
   InstallInterruptHandler();
   try {
     app.parse(argc, argv);
+  } catch (const CLI::Success& e) {
+    return app.exit(e);  // --help, --version
+  } catch (const CLI::RuntimeError& e) {
+    return e.get_exit_code();  // a command that reported its own failure
   } catch (const CLI::ParseError& e) {
     // The parser numbers each kind of mistake; scripts need one status for
-    // bad arguments (help and version requests still end with 0).
-    return app.exit(e) == 0 ? 0 : EXIT_USAGE;
+    // bad arguments.
+    if (json) {
+      Output(true).Json("{\"event\":\"error\",\"usage\":true,\"message\":" +
+                        JsonString(e.what()) + "}");
+    }
+    app.exit(e);
+    return EXIT_USAGE;
   }
   if (app.get_subcommands().empty()) RunDemo(ctx);
   ctx.Finish();
