@@ -153,9 +153,9 @@ class PlanetariumTelescope {
   std::optional<std::pair<double, double>> ToObserved(double ra, double dec) const {
     const UtcTime now = UtcNow();
     if (equinox_ == Equinox::JNow) {
-      return std::pair{LocalSiderealTime(session_.site(), now) - ra, dec};
+      return std::pair{HourAngleOf(ra, session_.site(), now), dec};
     }
-    const std::optional<ObservedPlace> place = Observe(ra, dec, 0.0, 0.0, session_.site(), now);
+    const std::optional<ObservedPlace> place = Observe(ra, dec, session_.site(), now);
     if (!place) return std::nullopt;
     return std::pair{place->hourAngle, place->declination};
   }
@@ -163,7 +163,7 @@ class PlanetariumTelescope {
   std::optional<std::pair<double, double>> FromObserved(double hourAngle, double dec) const {
     const UtcTime now = UtcNow();
     if (equinox_ == Equinox::JNow) {
-      return std::pair{LocalSiderealTime(session_.site(), now) - hourAngle, dec};
+      return std::pair{RightAscensionOf(hourAngle, session_.site(), now), dec};
     }
     return CatalogueFromObserved(hourAngle, dec, session_.site(), now);
   }
