@@ -81,7 +81,7 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
       {{"separation", "--radians", "0", "0", "1", "0"}, 0, "", "1.000000000\n"},
       {{"separation", "--", "10", "-20", "10", "-20"}, 0, "", "0.000000000\n"},
       {{"--help"}, 0, "", "sidereal-time"},
-      {{"separation", "0", "0", "north", "0"}, EXIT_BAD_ARGUMENTS, "LON2"},
+      {{"separation", "0", "0", "north", "0"}, EXIT_BAD_ARGUMENTS, "LON2: north is not a number"},
       {{"separation", "0", "0"}, EXIT_BAD_ARGUMENTS, "LON2 is required"},
       {{"sidereal-time", "--at", "1987-02-29 00:00"}, EXIT_BAD_ARGUMENTS, "--at"},
       {{"sidereal-time", "--utc-offset", "99"}, EXIT_BAD_ARGUMENTS, "--utc-offset: 99 is outside"},
@@ -99,7 +99,8 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
       {{"goto", "--star", "Vega", "--of-date"}, EXIT_BAD_ARGUMENTS, "--of-date goes with --radec"},
       {{"goto", "--star", "Vega", "--dut1", "2"}, EXIT_BAD_ARGUMENTS, "--dut1: 2 is outside"},
       {{"--model", "12", "status"}, EXIT_BAD_ARGUMENTS, "--model"},
-      {{"move", "2", "1.0"}, EXIT_BAD_ARGUMENTS, "AXIS"},  // there is no axis 2
+      {{"move", "2", "1.0"}, EXIT_BAD_ARGUMENTS, "AXIS: 2 is outside 0 to 1"},
+      {{"move", "0", "fast"}, EXIT_BAD_ARGUMENTS, "RATE: fast is not a number"},
       {At({"goto", "--star", "Vulcan"}), EXIT_BAD_ARGUMENTS, "unknown star 'Vulcan'"},
       {At({"goto", "--altaz", "10", "85"}), EXIT_LIBRARY_ERROR,
        "altitude 85.0 deg; limits in force 0 to 75 deg: Target position too high (103)"},

@@ -193,13 +193,13 @@ void AddSeparationCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "separation", "Great-circle angle between two positions (degrees unless --radians)");
   command->add_option("LON1", options->lon1, "Longitude-like angle of the first position")
-      ->required();
+      ->required()->check(AnyNumber());
   command->add_option("LAT1", options->lat1, "Latitude-like angle of the first position")
-      ->required();
+      ->required()->check(AnyNumber());
   command->add_option("LON2", options->lon2, "Longitude-like angle of the second position")
-      ->required();
+      ->required()->check(AnyNumber());
   command->add_option("LAT2", options->lat2, "Latitude-like angle of the second position")
-      ->required();
+      ->required()->check(AnyNumber());
   command->add_flag("--radians", options->radians, "Angles in and out are radians");
   command->callback([options] {
     const double toRadians = options->radians ? 1.0 : PI / 180.0;

@@ -21,6 +21,7 @@
 #include "session.h"
 #include "sky.h"
 #include "text.h"
+#include "units.h"
 
 namespace scopemount::cli {
 
@@ -276,7 +277,7 @@ void AddServeCommand(CLI::App& app, GlobalOptions& options, int& exitStatus) {
           std::map<std::string, Equinox>{{"j2000", Equinox::J2000}, {"jnow", Equinox::JNow}},
           CLI::ignore_case));
   c->add_option("--interval", o->interval, "Seconds between position updates (default 0.25)")
-      ->check(CLI::Range(MIN_UPDATE_INTERVAL_S, MAX_UPDATE_INTERVAL_S));
+      ->check(NumberIn(MIN_UPDATE_INTERVAL_S, MAX_UPDATE_INTERVAL_S));
   c->callback([&options, &exitStatus, o] { exitStatus = RunServe(options, *o); });
 }
 

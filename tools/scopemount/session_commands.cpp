@@ -404,10 +404,10 @@ void AddMove(CLI::App& app, Context& ctx) {
   CLI::App* c = app.add_subcommand("move", "Run one axis at a rate for a while, then stop it");
   c->add_option("AXIS", o->axis, "0 (RA/azimuth) or 1 (Dec/altitude)")
       ->required()
-      ->check(CLI::Range(0, 1));
+      ->check(WholeNumberIn(0, 1));
   c->add_option("RATE", o->rate, "Degrees per second, signed")->required()->check(
-      CLI::Range(-10.0, 10.0));
-  c->add_option("--for", o->seconds, "Seconds to run (default 3)")->check(CLI::Range(0.0, 3600.0));
+      NumberIn(-10.0, 10.0));
+  c->add_option("--for", o->seconds, "Seconds to run (default 3)")->check(NumberIn(0.0, 3600.0));
   c->callback([&ctx, o] { RunMove(ctx, *o); });
 }
 
@@ -661,7 +661,7 @@ void RunDemo(Context& ctx) {
 int RunProgram(CLI::App& app, int argc, char** argv) {
   Context ctx;
   app.add_option("--model", ctx.options.model, "Mount model (scopemount models); default 7")
-      ->check(CLI::Range(0, SCOPE_MODEL_COUNT - 1));
+      ->check(WholeNumberIn(0, SCOPE_MODEL_COUNT - 1));
   app.add_option("--port", ctx.options.port, "Serial device of a hardware mount");
   app.add_option("--lat", ctx.options.latitudeDeg, "Site latitude, degrees north")
       ->check(NumberIn(-90.0, 90.0));

@@ -59,21 +59,33 @@ std::string AltitudeLimitNote(double altitude) {
   return text;
 }
 
-CLI::Validator NumberIn(double low, double high) {
+static CLI::Validator Numbers(double low, double high, bool whole, const std::string& description) {
   return CLI::Validator(
-      [low, high](std::string& text) -> std::string {
+      [low, high, whole](std::string& text) -> std::string {
         char* end = nullptr;
         const double value = std::strtod(text.c_str(), &end);
         if (text.empty() || *end != '\0' || !std::isfinite(value)) {
           return text + " is not a number";
         }
+        if (whole && value != std::trunc(value)) return text + " is not a whole number";
         if (value < low || value > high) {
           return text + " is outside " + Number(low) + " to " + Number(high);
         }
         return {};
       },
-      "NUMBER in [" + Number(low) + ", " + Number(high) + "]");
+      description);
 }
+
+CLI::Validator NumberIn(double low, double high) {
+  return Numbers(low, high, false, "NUMBER in [" + Number(low) + ", " + Number(high) + "]");
+}
+
+CLI::Validator WholeNumberIn(long low, long high) {
+  return Numbers(static_cast<double>(low), static_cast<double>(high), true,
+                 "INTEGER in [" + std::to_string(low) + ", " + std::to_string(high) + "]");
+}
+
+CLI::Validator AnyNumber() { return Numbers(-HUGE_VAL, HUGE_VAL, false, "NUMBER"); }
 
 std::optional<double> ParseHoursIn(const std::string& what, const std::string& text, double low,
                                    double high, std::string* problem) {

@@ -24,9 +24,11 @@ inline constexpr double ALTITUDE_LOWER_LIMIT_DEG = 0.0;
 inline constexpr double ALTITUDE_UPPER_LIMIT_DEG = 75.0;
 std::string AltitudeLimitNote(double altitude);
 
-// A number within [low, high], refused in words: "abc is not a number",
-// "95 is outside -90 to 90".
+// Command-line numbers refused in words: "abc is not a number", "95 is
+// outside -90 to 90", "1.5 is not a whole number".
 CLI::Validator NumberIn(double low, double high);
+CLI::Validator WholeNumberIn(long low, long high);
+CLI::Validator AnyNumber();
 
 // An angle typed as "18:36:56.3", "18h36m56s" or "18.6", checked against
 // [low, high] in its own unit (hours or degrees). Returns radians, or
