@@ -187,7 +187,8 @@ void GotoAndTrack(Context& ctx, Target target, double trackSeconds) {
       break;
     }
     case Target::Kind::Horizontal:
-      r = ScopeGotoHorizontal(SignedHourAngle(target.first), target.second);
+      // The library counts azimuth from -180 to 180 degrees.
+      r = ScopeGotoHorizontal(std::remainder(target.first, 2.0 * PI), target.second);
       if (r == SCOPE_TARGET_TOO_HIGH || r == SCOPE_TARGET_TOO_LOW) {
         return ctx.Fail(r, "GOTO " + target.description + ", " + AltitudeLimitNote(target.second));
       }
@@ -529,14 +530,14 @@ void ListStars(Context& ctx, const StarsOptions& o) {
   const Site site = ctx.session().site();
   const UtcTime when = clock.Now();
   if (!ctx.options.json) {
-    std::printf("%-16s %5s  %-10s %-9s  %-10s %-9s  %-12s %8s %8s\n", "star", "mag", "RA J2000",
-                "Dec J2000", "RA of date", "Dec", "HA", "Az", "Alt");
+    std::printf("%-16s %5s  %-10s %-9s  %-10s %-11s  %-12s %8s %8s\n", "star", "mag", "RA J2000",
+                "Dec J2000", "RA of date", "Dec of date", "HA", "Az", "Alt");
   }
   for (const Star& star : BrightStars()) {
     const std::optional<ObservedPlace> place = Observe(star, site, when);
     if (!place || (o.upOnly && place->altitude <= 0.0)) continue;
     char line[200];
-    std::snprintf(line, sizeof line, "%-16s %5.2f  %-10s %-9s  %-10s %-9s  %-12s %8s %8s%s",
+    std::snprintf(line, sizeof line, "%-16s %5.2f  %-10s %-9s  %-10s %-11s  %-12s %8s %8s%s",
                   star.name, star.magnitude, FormatHours(star.rightAscension).c_str(),
                   FormatSignedDegrees(star.declination).c_str(),
                   FormatHours(place->rightAscension).c_str(),
