@@ -181,7 +181,8 @@ class PlanetariumTelescope {
         ScopeAngularSeparation(place.first, place.second, target_->first, target_->second);
     char detail[64];
     std::snprintf(detail, sizeof detail, " (%.1f\" from the target)", off * ARCSECONDS_PER_RADIAN);
-    Event(std::string("GOTO arrived: ") + Place(place.first, place.second) + detail + ", " +
+    Event(std::string("GOTO arrived: ") + Place(place.first, place.second) + " (" +
+              EquinoxName() + ")" + detail + ", " +
               StateName(state),
           "{\"event\":\"goto-arrived\",\"offArcsec\":" +
               std::to_string(off * ARCSECONDS_PER_RADIAN) + "}");
