@@ -152,7 +152,9 @@ struct Pointing {
 Pointing PointingOf(const Target& target, const MountStatus& status, const Site& site) {
   const UtcTime now = target.clock.Now();
   Pointing p{{RightAscensionOf(status.sky[0], site, now), status.sky[1]}, std::nullopt};
-  if (target.frame == J2000) p.j2000 = CatalogueFromObserved(status.sky[0], status.sky[1], site, now);
+  if (target.frame == J2000) {
+    p.j2000 = CatalogueFromObserved(status.sky[0], status.sky[1], site, now);
+  }
   return p;
 }
 
