@@ -50,8 +50,9 @@ class SkyClock {
   double dut1_ = 0.0;
 };
 
-// Where a direction stands for an observer: radians; azimuth from north
-// toward east; no refraction (the mount points at the geometric place).
+// Where a direction stands for an observer: radians; hour angle in
+// [-pi, pi), azimuth in [0, 2 pi) from north toward east; no refraction (the
+// mount points at the geometric place).
 struct ObservedPlace {
   double hourAngle = 0.0;
   double declination = 0.0;

@@ -17,20 +17,39 @@ std::string Number(double value) {
 }
 
 std::optional<double> ParseAngleIn(const std::string& what, const std::string& text, double low,
-                                   double high, const char* unit, double unitsPerRadian,
-                                   std::string* problem) {
-  const std::optional<double> radians =
-      unitsPerRadian == HOURS_PER_RADIAN ? ParseHours(text) : ParseDegrees(text);
+                                   double high, bool hours, std::string* problem) {
+  const std::optional<double> radians = hours ? ParseHours(text) : ParseDegrees(text);
+  const double unitsPerRadian = hours ? HOURS_PER_RADIAN : DEGREES_PER_RADIAN;
+  const char* unit = hours ? " h" : " deg";
   if (!radians) {
     *problem = what + " '" + text + "' is not a number";
     return std::nullopt;
   }
+  // Back from radians, the ends of the range may come out a hair beyond.
+  constexpr double ROUNDING = 1e-9;
   const double value = *radians * unitsPerRadian;
-  if (value < low || value > high) {
+  if (value < low - ROUNDING || value > high + ROUNDING) {
     *problem = what + " " + text + " is outside " + Number(low) + " to " + Number(high) + unit;
     return std::nullopt;
   }
   return radians;
+}
+
+CLI::Validator Numbers(double low, double high, bool whole, const std::string& description) {
+  return CLI::Validator(
+      [low, high, whole](std::string& text) -> std::string {
+        char* end = nullptr;
+        const double value = std::strtod(text.c_str(), &end);
+        if (text.empty() || *end != '\0' || !std::isfinite(value)) {
+          return text + " is not a number";
+        }
+        if (whole && value != std::trunc(value)) return text + " is not a whole number";
+        if (value < low || value > high) {
+          return text + " is outside " + Number(low) + " to " + Number(high);
+        }
+        return {};
+      },
+      description);
 }
 
 }  // namespace
@@ -59,23 +78,6 @@ std::string AltitudeLimitNote(double altitude) {
   return text;
 }
 
-static CLI::Validator Numbers(double low, double high, bool whole, const std::string& description) {
-  return CLI::Validator(
-      [low, high, whole](std::string& text) -> std::string {
-        char* end = nullptr;
-        const double value = std::strtod(text.c_str(), &end);
-        if (text.empty() || *end != '\0' || !std::isfinite(value)) {
-          return text + " is not a number";
-        }
-        if (whole && value != std::trunc(value)) return text + " is not a whole number";
-        if (value < low || value > high) {
-          return text + " is outside " + Number(low) + " to " + Number(high);
-        }
-        return {};
-      },
-      description);
-}
-
 CLI::Validator NumberIn(double low, double high) {
   return Numbers(low, high, false, "NUMBER in [" + Number(low) + ", " + Number(high) + "]");
 }
@@ -89,12 +91,12 @@ CLI::Validator AnyNumber() { return Numbers(-HUGE_VAL, HUGE_VAL, false, "NUMBER"
 
 std::optional<double> ParseHoursIn(const std::string& what, const std::string& text, double low,
                                    double high, std::string* problem) {
-  return ParseAngleIn(what, text, low, high, " h", HOURS_PER_RADIAN, problem);
+  return ParseAngleIn(what, text, low, high, true, problem);
 }
 
 std::optional<double> ParseDegreesIn(const std::string& what, const std::string& text, double low,
                                      double high, std::string* problem) {
-  return ParseAngleIn(what, text, low, high, " deg", DEGREES_PER_RADIAN, problem);
+  return ParseAngleIn(what, text, low, high, false, problem);
 }
 
 }  // namespace scopemount::cli
