@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
+#include <cstdlib>
 #include <regex>
 #include <sstream>
 #include <string>
+
+#include "scopemount.h"
 
 #include "support/process.h"
 #include "support/terminal_process.h"
@@ -73,10 +77,7 @@ TEST(Cli, OutputsOfCommandsInTextAndJson) {
       {{"models", "--json"}, "\"simulator\":true,\"needsPort\":false,\"emulate\":null}\n"},
       {{"--json", "codes"}, "{\"code\":105,\"message\":\"User interrupt\"}\n"},
       {{"--json", "emulate", "--list"}, "{\"protocol\":\"compact\",\"description\":\"compact"},
-      {{"--json", "--model", "12", "status"}, "\"usage\":true,\"message\":\"--model: Value 12"},
-      {{"separation", "0", "0", "90", "0"}, "90.000000000\n"},
-      {{"separation", "--radians", "0", "0", "1", "0"}, "1.000000000\n"},
-      {{"separation", "--", "10", "-20", "10", "-20"}, "0.000000000\n"},
+      {{"--json", "--model", "12", "status"}, "\"usage\":true,\"message\":\"--model: 12 is outside 0 to 11"},
       {{"stop"}, "Stopped both axes and tracking.\nidle "},
       {{"stop", "--axis", "1"}, "Stopped axis 1.\n"},
       {{"--json", "stop", "--axis", "0"}, "{\"event\":\"stopped\",\"utc\":\"20"},
@@ -97,39 +98,53 @@ TEST(Cli, OutputsOfCommandsInTextAndJson) {
   }
 }
 
-TEST(Cli, SiderealTimeOfAGivenMoment) {
-  const ProcessResult r = Cli({"sidereal-time", "--at", "1987-04-10 19:21:00", "--utc-offset", "0"});
-  EXPECT_EQ(r.exitStatus, 0) << r.err;
-  EXPECT_TRUE(Contains(r.out, "08h 34m 57.08")) << r.out;
-  // The same moment as a local time two hours ahead, with daylight saving.
-  const ProcessResult local =
-      Cli({"sidereal-time", "--at", "1987-04-10T21:21", "--utc-offset", "1", "--dst"});
-  EXPECT_TRUE(Contains(local.out, "08h 34m 57.08")) << local.out;
-  const ProcessResult withLongitude = Cli({"sidereal-time", "--at", "1987-04-10 19:21:00",
-                                           "--utc-offset", "0", "--longitude", "15"});
-  EXPECT_TRUE(Contains(withLongitude.out, "09h 34m 57.08")) << withLongitude.out;
-  EXPECT_EQ(Cli({"sidereal-time"}).exitStatus, 0) << "now";
-}
-
-// Bad arguments end with 2, a library failure with 1 and the library's own
-// message in the user's language; each said once on standard error.
-TEST(Cli, FailuresSayWhatIsWrongWithTheirExitStatus) {
+// What a command prints and its exit status: bad arguments end with 2 before
+// any connection; a library failure ends with 1 and the library's own
+// message in the user's language; each error is said once on standard error.
+TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
   struct Case {
     std::vector<std::string> arguments;
     int exitStatus;
     std::string onStandardError;
+    std::string onStandardOutput = "";
     std::string locale = "C";
   };
+  // Sidereal time at 1987-04-10 19:21 UT: mean 8h34m57.09s, apparent 8h34m56.85s.
+  const std::vector<std::string> st = {"sidereal-time", "--at", "1987-04-10 19:21:00",
+                                       "--utc-offset", "0"};
   const Case cases[] = {
-      {{"separation", "0", "0", "north", "0"}, EXIT_BAD_ARGUMENTS, "LON2"},
+      {st, 0, "", "Greenwich mean sidereal time      08h 34m 57.08"},
+      {st, 0, "", "Greenwich apparent sidereal time  08h 34m 56.85"},
+      // The same moment as a local time two hours ahead, with daylight saving.
+      {{"sidereal-time", "--at", "1987-04-10T21:21", "--utc-offset", "1", "--dst", "--longitude",
+        "15"}, 0, "", "local apparent sidereal time      09h 34m 56.85"},
+      {{"--json", "sidereal-time", "--at", "1987-04-10 19:21", "--utc-offset", "0", "--longitude",
+        "-15"}, 0, "", "\"localApparentHours\":7.5824588"},
+      {{"sidereal-time"}, 0, "", "Greenwich apparent sidereal time"},
+      {{"separation", "0", "0", "90", "0"}, 0, "", "90.000000000\n"},
+      {{"separation", "--radians", "0", "0", "1", "0"}, 0, "", "1.000000000\n"},
+      {{"separation", "--", "10", "-20", "10", "-20"}, 0, "", "0.000000000\n"},
+      {{"--help"}, 0, "", "sidereal-time"},
+      {{"separation", "0", "0", "north", "0"}, EXIT_BAD_ARGUMENTS, "LON2: north is not a number"},
       {{"separation", "0", "0"}, EXIT_BAD_ARGUMENTS, "LON2 is required"},
-      {{"sidereal-time", "--at", "1987-13-01 00:00"}, EXIT_BAD_ARGUMENTS, "--at"},
-      {{"sidereal-time", "--utc-offset", "99"}, EXIT_BAD_ARGUMENTS, "--utc-offset"},
+      {{"sidereal-time", "--at", "1987-02-29 00:00"}, EXIT_BAD_ARGUMENTS, "--at"},
+      {{"sidereal-time", "--utc-offset", "99"}, EXIT_BAD_ARGUMENTS, "--utc-offset: 99 is outside"},
       {{"no-such-command"}, EXIT_BAD_ARGUMENTS, "no-such-command"},
+      {{"--lat", "abc", "status"}, EXIT_BAD_ARGUMENTS, "--lat: abc is not a number"},
+      {{"stars", "--at", "2025-02-29T12:00"}, EXIT_BAD_ARGUMENTS, "2025-02-29T12:00' does not exist"},
+      {{"stars", "--at", "yesterday"}, EXIT_BAD_ARGUMENTS, "is not a UTC time"},
       {{"goto", "--radec", "12", "45", "--star", "Vega"}, EXIT_BAD_ARGUMENTS, "exactly one of"},
       {{"goto", "--radec", "12"}, EXIT_BAD_ARGUMENTS, "--radec"},
+      {{"goto", "--radec", "24.5", "10"}, EXIT_BAD_ARGUMENTS, "RA 24.5 is outside 0 to 24 h"},
+      {{"goto", "--radec", "1", "-90:30"}, EXIT_BAD_ARGUMENTS, "Dec -90:30 is outside -90 to 90"},
+      {{"goto", "--radec", "abc", "10"}, EXIT_BAD_ARGUMENTS, "RA 'abc' is not a number"},
+      {{"goto", "--hadec", "13", "0"}, EXIT_BAD_ARGUMENTS, "HA 13 is outside -12 to 12 h"},
+      {{"goto", "--altaz", "-10", "5"}, EXIT_BAD_ARGUMENTS, "Az -10 is outside 0 to 360 deg"},
+      {{"goto", "--star", "Vega", "--of-date"}, EXIT_BAD_ARGUMENTS, "--of-date goes with --radec"},
+      {{"goto", "--star", "Vega", "--dut1", "2"}, EXIT_BAD_ARGUMENTS, "--dut1: 2 is outside"},
       {{"--model", "12", "status"}, EXIT_BAD_ARGUMENTS, "--model"},
-      {{"move", "2", "1.0"}, EXIT_BAD_ARGUMENTS, "AXIS"},  // there is no axis 2
+      {{"move", "2", "1.0"}, EXIT_BAD_ARGUMENTS, "AXIS: 2 is outside 0 to 1"},
+      {{"move", "0", "fast"}, EXIT_BAD_ARGUMENTS, "RATE: fast is not a number"},
       {{"stop", "--axis", "2"}, EXIT_BAD_ARGUMENTS, "--axis"},
       {{"--bogus"}, EXIT_BAD_ARGUMENTS, "--bogus"},
       {{"emulate", "bogus"}, EXIT_BAD_ARGUMENTS, "unknown controller \"bogus\""},
@@ -137,12 +152,15 @@ TEST(Cli, FailuresSayWhatIsWrongWithTheirExitStatus) {
       {{"serve", "--listen", "127.0.0.1:99999"}, EXIT_BAD_ARGUMENTS, "expects ADDRESS:PORT"},
       {{"serve", "--listen", "[::1"}, EXIT_BAD_ARGUMENTS, "expects ADDRESS:PORT"},
       {{"serve", "--listen", "256.1.1.1:5"}, EXIT_BAD_ARGUMENTS, "cannot listen on 256.1.1.1:5"},
-      {{"--help"}, 0, ""},
       {{"--model", "0", "status"}, EXIT_LIBRARY_ERROR, "Marvane Alt/Az Mount (no --port given)"},
       {At({"--port", "/dev/null", "status"}), 0, "--port /dev/null is ignored"},
       {At({"goto", "--star", "Vulcan"}), EXIT_BAD_ARGUMENTS, "unknown star 'Vulcan'"},
-      {At({"goto", "--altaz", "10", "85"}), EXIT_LIBRARY_ERROR, "Target position too high (103)"},
-      {At({"goto", "--altaz", "10", "-5"}), EXIT_LIBRARY_ERROR, "目标仰角过低 (104)", "zh_CN.UTF-8"},
+      {At({"goto", "--altaz", "10", "85"}), EXIT_LIBRARY_ERROR,
+       "altitude 85.0 deg; limits in force 0 to 75 deg: Target position too high (103)"},
+      {At({"goto", "--radec", "0", "-80"}), EXIT_LIBRARY_ERROR,
+       " deg is below the horizon; limits in force 0 to 75 deg: Target position too low"},
+      {At({"goto", "--altaz", "10", "-5"}), EXIT_LIBRARY_ERROR, "目标仰角过低 (104)", "",
+       "zh_CN.UTF-8"},
   };
   for (const Case& c : cases) {
     const ProcessResult r = Cli(c.arguments, c.locale);
@@ -150,6 +168,11 @@ TEST(Cli, FailuresSayWhatIsWrongWithTheirExitStatus) {
     EXPECT_EQ(r.exitStatus, c.exitStatus) << what << ": " << r.err;
     EXPECT_TRUE(c.onStandardError.empty() ? r.err.empty() : Count(r.err, c.onStandardError) == 1)
         << what << ": said once\n" << r.err;
+    EXPECT_TRUE(Contains(r.out, c.onStandardOutput)) << what << ": " << r.out;
+    // serve learns that its address cannot be had only when it listens.
+    if (c.exitStatus == EXIT_BAD_ARGUMENTS && c.arguments[0] != "serve") {
+      EXPECT_FALSE(Contains(r.out, "Connected:")) << what << ": refused before connecting\n" << r.out;
+    }
   }
 }
 
@@ -165,13 +188,45 @@ TEST(CliSession, DefaultRunConnectsSlewsTracksAndDisconnects) {
   EXPECT_EQ(r.out.find('\r'), std::string::npos) << "no line rewriting into a pipe";
 }
 
-TEST(CliSession, GotoAStarArrivesAndHoldsIt) {
-  // Polaris is always up at this site and close to where the simulator starts.
-  const ProcessResult r = Cli(At({"goto", "--star", "Polaris", "--track", "2"}));
-  ASSERT_EQ(r.exitStatus, 0) << r.out << r.err;
-  EXPECT_TRUE(Contains(r.out, "Slewing to Polaris")) << r.out;
-  EXPECT_TRUE(Contains(r.out, "Arrived: tracking")) << r.out;
-  EXPECT_TRUE(Contains(r.out, "t+ 2.")) << r.out;
+// The number after "key": at or after `from`.
+double JsonNumberAfter(const std::string& text, size_t from, const std::string& key) {
+  const size_t at = text.find("\"" + key + "\":", from);
+  return at == std::string::npos ? NAN : std::strtod(text.c_str() + at + key.size() + 3, nullptr);
+}
+
+// A GOTO to Vega by name, to its J2000 place, or to its place of date with
+// --of-date, ends within an arcminute of where `stars` says Vega is then.
+TEST(CliSession, GotoInEachFrameEndsWhereTheStarListPutsTheStar) {
+  const std::string at = "2026-03-01T22:00:00Z";  // Vega low in the north-east: a short slew
+  const ProcessResult stars = Cli(At({"--json", "stars", "--at", at}));
+  const size_t vega = stars.out.find("\"ofDate\"", stars.out.find("{\"star\":\"Vega\""));
+  const double ra = JsonNumberAfter(stars.out, vega, "rightAscension") / 12 * M_PI;
+  const double dec = JsonNumberAfter(stars.out, vega, "declination") / 180 * M_PI;
+  const std::vector<std::string> targets[] = {
+      {"--star", "Vega", "--track", "2"},
+      {"--radec", "18:36:56.336", "38:47:01.28"},
+      {"--radec", std::to_string(ra * 12 / M_PI), std::to_string(dec * 180 / M_PI), "--of-date"}};
+  for (const std::vector<std::string>& target : targets) {
+    std::vector<std::string> args = {"--json", "goto", "--at", at};
+    args.insert(args.end(), target.begin(), target.end());
+    const ProcessResult r = Cli(At(args));
+    ASSERT_EQ(r.exitStatus, 0) << r.out << r.err;
+    const size_t pointing = r.out.find("\"ofDate\"", r.out.find("\"event\":\"arrived\""));
+    const double off = ScopeAngularSeparation(
+        ra, dec, JsonNumberAfter(r.out, pointing, "rightAscension") / 12 * M_PI,
+        JsonNumberAfter(r.out, pointing, "declination") / 180 * M_PI);
+    EXPECT_LT(off * 180 / M_PI * 60, 1.0) << target.back() << " (arcminutes)\n" << r.out;
+    EXPECT_EQ(std::regex_search(r.out, std::regex(R"(\{"event":"tracking","utc":"[^"]+","t":2\.)")),
+              target[0] == "--star");
+  }
+  // Azimuth west of north reads and prints as 355, not -5; JSON mode prints JSON only.
+  const ProcessResult json = Cli(At({"--json", "goto", "--altaz", "355", "3"}));
+  ASSERT_EQ(json.exitStatus, 0) << json.err;
+  EXPECT_TRUE(std::regex_search(
+      json.out, std::regex(R"(\{"event":"arrived","utc":"[^"]+","status":\{"state":"idle",)")))
+      << json.out;
+  EXPECT_TRUE(Contains(json.out, "\"azimuth\":355.0")) << json.out;
+  EXPECT_FALSE(Contains(json.out, "Slewing to")) << json.out;
 }
 
 TEST(CliSession, ShellRunsCommandsInOneConnection) {

@@ -5,9 +5,13 @@
 #include <optional>
 #include <string>
 
+#include <erfa.h>
+
 #include "commands.h"
 #include "format.h"
 #include "scopemount.h"
+#include "sky.h"
+#include "units.h"
 
 namespace scopemount::cli {
 
@@ -51,8 +55,9 @@ std::optional<SYSTEMTIME> ParseLocalTime(const std::string& text) {
     rest += more;
   }
   if (*rest != '\0') return std::nullopt;
-  if (year < 1 || year > 9999 || month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 ||
-      minute > 59 || !(second >= 0.0 && second < 60.0) || hour < 0 || minute < 0) {
+  // Calendar checks (February 30th, 24:00) as for UTC; leap seconds aside.
+  if (year < 1 || year > 9999 || !(second >= 0.0 && second < 60.0) ||
+      !UtcFromCalendar(year, month, day, hour, minute, second)) {
     return std::nullopt;
   }
   std::tm tm{};
@@ -66,7 +71,64 @@ std::optional<SYSTEMTIME> ParseLocalTime(const std::string& text) {
   return ToSystemTime(tm, milliseconds > 999 ? 999 : milliseconds);
 }
 
-int PrintSiderealTime(const SiderealTimeOptions& options) {
+// The moment in UTC of a local civil time, as a Julian date (UTC).
+UtcTime UtcOf(const SYSTEMTIME& local, double offsetHours, bool dst) {
+  double jd0 = 0.0, mjd = 0.0;
+  eraCal2jd(local.wYear, local.wMonth, local.wDay, &jd0, &mjd);
+  const double hours = local.wHour + local.wMinute / 60.0 +
+                       (local.wSecond + local.wMilliseconds / 1000.0) / SECONDS_PER_HOUR -
+                       offsetHours - (dst ? 1.0 : 0.0);
+  return UtcTime{jd0, mjd + hours / 24.0};
+}
+
+// The equation of the equinoxes: apparent minus mean sidereal time.
+double EquationOfTheEquinoxes(UtcTime when) {
+  double tai1 = 0, tai2 = 0, tt1 = 0, tt2 = 0;
+  eraUtctai(when.jd1, when.jd2, &tai1, &tai2);
+  eraTaitt(tai1, tai2, &tt1, &tt2);
+  return eraEe06a(tt1, tt2);
+}
+
+void PrintSiderealTimes(const SiderealTimeOptions& options, const SYSTEMTIME& local,
+                        double offset, bool dst, bool json) {
+  // The library gives the mean value, not reduced into one turn.
+  const double gmst = ScopeGetSiderealTime(local, offset, dst ? 1 : 0);
+  const double gast = gmst + EquationOfTheEquinoxes(UtcOf(local, offset, dst));
+  const std::optional<double> longitude =
+      options.longitudeDegrees ? std::optional(*options.longitudeDegrees / DEGREES_PER_RADIAN)
+                               : std::nullopt;
+  char localTime[48];
+  std::snprintf(localTime, sizeof localTime, "%04u-%02u-%02uT%02u:%02u:%02u.%03u", local.wYear,
+                local.wMonth, local.wDay, local.wHour, local.wMinute, local.wSecond,
+                local.wMilliseconds);
+  if (json) {
+    const auto hours = [](double radians) {
+      return std::fmod(std::fmod(radians * HOURS_PER_RADIAN, 24.0) + 24.0, 24.0);
+    };
+    std::printf("{\"localTime\":\"%s\",\"utcOffsetHours\":%.2f,\"daylightSaving\":%s,"
+                "\"greenwichMeanHours\":%.9f,\"greenwichApparentHours\":%.9f",
+                localTime, offset, dst ? "true" : "false", hours(gmst), hours(gast));
+    if (longitude) {
+      std::printf(",\"longitudeDegrees\":%.6f,\"localMeanHours\":%.9f,\"localApparentHours\":%.9f",
+                  *options.longitudeDegrees, hours(gmst + *longitude), hours(gast + *longitude));
+    }
+    std::printf("}\n");
+    return;
+  }
+  std::printf("local time                        %s (UTC%+.2f h%s)\n", localTime, offset,
+              dst ? ", daylight saving" : "");
+  std::printf("Greenwich mean sidereal time      %s  (%.9f rad)\n", FormatHoursLong(gmst).c_str(),
+              std::fmod(std::fmod(gmst, 2.0 * PI) + 2.0 * PI, 2.0 * PI));
+  std::printf("Greenwich apparent sidereal time  %s\n", FormatHoursLong(gast).c_str());
+  if (longitude) {
+    std::printf("local mean sidereal time          %s  (longitude %+.4f deg)\n",
+                FormatHoursLong(gmst + *longitude).c_str(), *options.longitudeDegrees);
+    std::printf("local apparent sidereal time      %s\n",
+                FormatHoursLong(gast + *longitude).c_str());
+  }
+}
+
+int PrintSiderealTime(const SiderealTimeOptions& options, bool json) {
   SYSTEMTIME local{};
   double offset = 0.0;
   bool dst = options.daylightSaving;
@@ -85,29 +147,16 @@ int PrintSiderealTime(const SiderealTimeOptions& options) {
   } else {
     const std::optional<SYSTEMTIME> parsed = ParseLocalTime(options.at);
     if (!parsed) {
-      std::fprintf(stderr, "error: --at expects a local time as \"YYYY-MM-DD HH:MM[:SS[.mmm]]\", got \"%s\"\n",
+      std::fprintf(stderr,
+                   "scopemount: --at: '%s' is not a local time \"YYYY-MM-DD HH:MM[:SS[.mmm]]\" "
+                   "that exists\n",
                    options.at.c_str());
       return 2;
     }
     local = *parsed;
   }
   if (options.utcOffsetHours) offset = *options.utcOffsetHours;
-
-  const double gmst = ScopeGetSiderealTime(local, offset, dst ? 1 : 0);
-  const double gmstHours = gmst * 12.0 / PI;
-  std::printf("local time   %04u-%02u-%02u %02u:%02u:%02u.%03u (UTC%+.2f h%s)\n", local.wYear,
-              local.wMonth, local.wDay, local.wHour, local.wMinute, local.wSecond,
-              local.wMilliseconds, offset, dst ? ", daylight saving" : "");
-  // The library's value is not reduced into one turn; show it in [0, 2 pi).
-  double reduced = std::fmod(gmst, 2.0 * PI);
-  if (reduced < 0.0) reduced += 2.0 * PI;
-  std::printf("Greenwich mean sidereal time  %s  (%.9f rad)\n", FormatHoursLong(gmst).c_str(),
-              reduced);
-  if (options.longitudeDegrees) {
-    const double lstHours = gmstHours + *options.longitudeDegrees / 15.0;
-    std::printf("local mean sidereal time      %s  (longitude %+.4f deg)\n",
-                FormatHoursLong(lstHours / HOURS_PER_RADIAN).c_str(), *options.longitudeDegrees);
-  }
+  PrintSiderealTimes(options, local, offset, dst, json);
   return 0;
 }
 
@@ -116,17 +165,21 @@ int PrintSiderealTime(const SiderealTimeOptions& options) {
 void AddSiderealTimeCommand(CLI::App& app) {
   auto options = std::make_shared<SiderealTimeOptions>();
   CLI::App* command = app.add_subcommand(
-      "sidereal-time", "Greenwich mean sidereal time of a local time (default: now)");
+      "sidereal-time",
+      "Greenwich mean and apparent sidereal time of a local time (default: now), and local "
+      "sidereal time with --longitude");
   command->add_option("--at", options->at, "Local time, \"YYYY-MM-DD HH:MM[:SS[.mmm]]\"");
   command->add_option("--utc-offset", options->utcOffsetHours,
                       "Local time minus UTC in hours (default: the system's)")
-      ->check(CLI::Range(-14.0, 14.0));
+      ->check(NumberIn(-14.0, 14.0));
   command->add_flag("--dst", options->daylightSaving, "Daylight saving is in force (adds an hour)");
   command->add_option("--longitude", options->longitudeDegrees,
                       "East longitude in degrees, to show local sidereal time too")
-      ->check(CLI::Range(-180.0, 180.0));
-  command->callback([options] {
-    const int status = PrintSiderealTime(*options);
+      ->check(NumberIn(-180.0, 180.0));
+  command->callback([command, options] {
+    // --json belongs to the whole program (it may follow the command).
+    const CLI::Option* json = command->get_parent()->get_option_no_throw("--json");
+    const int status = PrintSiderealTime(*options, json != nullptr && json->count() > 0);
     if (status != 0) throw CLI::RuntimeError(status);
   });
 }
@@ -140,13 +193,13 @@ void AddSeparationCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "separation", "Great-circle angle between two positions (degrees unless --radians)");
   command->add_option("LON1", options->lon1, "Longitude-like angle of the first position")
-      ->required();
+      ->required()->check(AnyNumber());
   command->add_option("LAT1", options->lat1, "Latitude-like angle of the first position")
-      ->required();
+      ->required()->check(AnyNumber());
   command->add_option("LON2", options->lon2, "Longitude-like angle of the second position")
-      ->required();
+      ->required()->check(AnyNumber());
   command->add_option("LAT2", options->lat2, "Latitude-like angle of the second position")
-      ->required();
+      ->required()->check(AnyNumber());
   command->add_flag("--radians", options->radians, "Angles in and out are radians");
   command->callback([options] {
     const double toRadians = options->radians ? 1.0 : PI / 180.0;

@@ -21,6 +21,7 @@
 #include "session.h"
 #include "sky.h"
 #include "text.h"
+#include "units.h"
 
 namespace scopemount::cli {
 
@@ -156,9 +157,9 @@ class PlanetariumTelescope {
   std::optional<std::pair<double, double>> ToObserved(double ra, double dec) const {
     const UtcTime now = UtcNow();
     if (equinox_ == Equinox::JNow) {
-      return std::pair{LocalSiderealTime(session_.site(), now) - ra, dec};
+      return std::pair{HourAngleOf(ra, session_.site(), now), dec};
     }
-    const std::optional<ObservedPlace> place = Observe(ra, dec, 0.0, 0.0, session_.site(), now);
+    const std::optional<ObservedPlace> place = Observe(ra, dec, session_.site(), now);
     if (!place) return std::nullopt;
     return std::pair{place->hourAngle, place->declination};
   }
@@ -166,7 +167,7 @@ class PlanetariumTelescope {
   std::optional<std::pair<double, double>> FromObserved(double hourAngle, double dec) const {
     const UtcTime now = UtcNow();
     if (equinox_ == Equinox::JNow) {
-      return std::pair{LocalSiderealTime(session_.site(), now) - hourAngle, dec};
+      return std::pair{RightAscensionOf(hourAngle, session_.site(), now), dec};
     }
     return CatalogueFromObserved(hourAngle, dec, session_.site(), now);
   }
@@ -183,7 +184,8 @@ class PlanetariumTelescope {
         ScopeAngularSeparation(place.first, place.second, target_->first, target_->second);
     char detail[64];
     std::snprintf(detail, sizeof detail, " (%.1f\" from the target)", off * ARCSECONDS_PER_RADIAN);
-    Event(std::string("GOTO arrived: ") + Place(place.first, place.second) + detail + ", " +
+    Event(std::string("GOTO arrived: ") + Place(place.first, place.second) + " (" +
+              EquinoxName() + ")" + detail + ", " +
               StateName(state),
           "{\"event\":\"goto-arrived\",\"offArcsec\":" +
               std::to_string(off * ARCSECONDS_PER_RADIAN) + "}");
@@ -279,7 +281,7 @@ void AddServeCommand(CLI::App& app, GlobalOptions& options, int& exitStatus) {
           std::map<std::string, Equinox>{{"j2000", Equinox::J2000}, {"jnow", Equinox::JNow}},
           CLI::ignore_case));
   c->add_option("--interval", o->interval, "Seconds between position updates (default 0.25)")
-      ->check(CLI::Range(MIN_UPDATE_INTERVAL_S, MAX_UPDATE_INTERVAL_S));
+      ->check(NumberIn(MIN_UPDATE_INTERVAL_S, MAX_UPDATE_INTERVAL_S));
   c->callback([&options, &exitStatus, o] { exitStatus = RunServe(options, *o); });
 }
 

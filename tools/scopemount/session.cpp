@@ -15,6 +15,7 @@
 
 #include "format.h"
 #include "text.h"
+#include "units.h"
 
 namespace scopemount::cli {
 
@@ -295,8 +296,9 @@ std::string Session::StatusText(const MountStatus& s) const {
   char text[200];
   std::snprintf(text, sizeof text, "%-8s axes %9s %9s  HA %s Dec %s  Az %8s Alt %8s",
                 StateName(s.state), FormatDegrees(s.axes[0]).c_str(),
-                FormatDegrees(s.axes[1]).c_str(), FormatHours(s.sky[0]).c_str(),
-                FormatSignedDegrees(s.sky[1]).c_str(), FormatDegrees(s.horizontal[0]).c_str(),
+                FormatDegrees(s.axes[1]).c_str(), FormatHourAngle(s.sky[0]).c_str(),
+                FormatSignedDegrees(s.sky[1]).c_str(),
+                FormatDegrees(AzimuthFromNorth(s.horizontal[0])).c_str(),
                 FormatDegrees(s.horizontal[1]).c_str());
   return text;
 }
@@ -313,9 +315,9 @@ std::string Session::StatusJson(const MountStatus& s) const {
   return std::string("{\"state\":\"") + StateName(s.state) + "\",\"axis0\":" +
          JsonNumber(s.axes[0] * DEGREES_PER_RADIAN) +
          ",\"axis1\":" + JsonNumber(s.axes[1] * DEGREES_PER_RADIAN) +
-         ",\"hourAngle\":" + JsonNumber(s.sky[0] * HOURS_PER_RADIAN) +
+         ",\"hourAngle\":" + JsonNumber(SignedHourAngle(s.sky[0]) * HOURS_PER_RADIAN) +
          ",\"declination\":" + JsonNumber(s.sky[1] * DEGREES_PER_RADIAN) +
-         ",\"azimuth\":" + JsonNumber(s.horizontal[0] * DEGREES_PER_RADIAN) +
+         ",\"azimuth\":" + JsonNumber(AzimuthFromNorth(s.horizontal[0]) * DEGREES_PER_RADIAN) +
          ",\"altitude\":" + JsonNumber(s.horizontal[1] * DEGREES_PER_RADIAN) + "}";
 }
 

@@ -20,6 +20,7 @@
 #include "session.h"
 #include "sky.h"
 #include "text.h"
+#include "units.h"
 
 namespace scopemount::cli {
 
@@ -43,12 +44,37 @@ struct Target {
   std::function<std::pair<double, double>()> skyNow;
   // The target as the user gave it, for JSON: a frame and its two angles.
   std::string json = "null";
+  // The frame the target was given in ("J2000" or "of date"; empty for
+  // hour angle, horizontal and axis targets), and the moment it is planned for.
+  std::string frame;
+  SkyClock clock;
 };
 
 std::string TargetJson(const char* frame, const char* firstName, double first,
                        const char* secondName, double second) {
   return std::string("{\"frame\":\"") + frame + "\",\"" + firstName + "\":" + JsonNumber(first) +
          ",\"" + secondName + "\":" + JsonNumber(second) + "}";
+}
+
+constexpr const char* J2000 = "J2000";
+constexpr const char* OF_DATE = "of date";
+
+std::string RaDecText(double rightAscension, double declination, const char* frame) {
+  return "RA " + FormatHours(rightAscension) + " Dec " + FormatSignedDegrees(declination) + " (" +
+         frame + ")";
+}
+
+std::string RaDecJson(double rightAscension, double declination) {
+  char text[96];
+  std::snprintf(text, sizeof text, "{\"rightAscension\":%.6f,\"declination\":%.6f}",
+                rightAscension * HOURS_PER_RADIAN, declination * DEGREES_PER_RADIAN);
+  return text;
+}
+
+// Altitude of an hour angle and declination at the site's latitude.
+double AltitudeOf(double hourAngle, double declination, const Site& site) {
+  return std::asin(std::sin(site.latitude) * std::sin(declination) +
+                   std::cos(site.latitude) * std::cos(declination) * std::cos(hourAngle));
 }
 
 double SkyOffset(const Target& target) {
@@ -83,9 +109,10 @@ std::function<std::pair<double, double>()> FixedOnSky(double hourAngle, double d
   };
 }
 
-std::function<std::pair<double, double>()> StarOnSky(const Star& star, const Site& site) {
-  return [&star, site] {
-    const std::optional<ObservedPlace> place = Observe(star, site, UtcNow());
+std::function<std::pair<double, double>()> StarOnSky(const Star& star, const Site& site,
+                                                     const SkyClock& clock) {
+  return [&star, site, clock] {
+    const std::optional<ObservedPlace> place = Observe(star, site, clock.Now());
     return place ? std::pair{place->hourAngle, place->declination} : std::pair{double(NAN), double(NAN)};
   };
 }
@@ -124,6 +151,37 @@ class Context {
   std::unique_ptr<Session> session_;
 };
 
+// Where a sky target's GOTO ended, as RA and Dec of date and, for catalogue
+// targets, J2000 too.
+struct Pointing {
+  double ofDate[2];
+  std::optional<std::pair<double, double>> j2000;
+};
+
+Pointing PointingOf(const Target& target, const MountStatus& status, const Site& site) {
+  const UtcTime now = target.clock.Now();
+  Pointing p{{RightAscensionOf(status.sky[0], site, now), status.sky[1]}, std::nullopt};
+  if (target.frame == J2000) {
+    p.j2000 = CatalogueFromObserved(status.sky[0], status.sky[1], site, now);
+  }
+  return p;
+}
+
+std::string PointingText(const Target& target, const MountStatus& status, const Site& site) {
+  const Pointing p = PointingOf(target, status, site);
+  std::string text = "Pointing at " + RaDecText(p.ofDate[0], p.ofDate[1], OF_DATE);
+  if (p.j2000) text += ", " + RaDecText(p.j2000->first, p.j2000->second, J2000);
+  return text;
+}
+
+std::string PointingJson(const Target& target, const MountStatus& status, const Site& site) {
+  if (target.frame.empty()) return "";
+  const Pointing p = PointingOf(target, status, site);
+  std::string json = ",\"pointing\":{\"ofDate\":" + RaDecJson(p.ofDate[0], p.ofDate[1]);
+  if (p.j2000) json += ",\"j2000\":" + RaDecJson(p.j2000->first, p.j2000->second);
+  return json + "}";
+}
+
 // Runs a GOTO to `target`, shows it, then tracks for `trackSeconds`.
 void GotoAndTrack(Context& ctx, Target target, double trackSeconds) {
   if (!ctx.Connected()) return;
@@ -133,10 +191,18 @@ void GotoAndTrack(Context& ctx, Target target, double trackSeconds) {
     case Target::Kind::Sky: {
       const auto [ha, dec] = target.skyNow();
       r = ScopeGotoEquatorial(ha, dec);
+      if (r == SCOPE_TARGET_TOO_HIGH || r == SCOPE_TARGET_TOO_LOW) {
+        return ctx.Fail(r, "GOTO " + target.description + ", " +
+                               AltitudeLimitNote(AltitudeOf(ha, dec, session.site())));
+      }
       break;
     }
     case Target::Kind::Horizontal:
-      r = ScopeGotoHorizontal(target.first, target.second);
+      // The library counts azimuth from -180 to 180 degrees.
+      r = ScopeGotoHorizontal(std::remainder(target.first, 2.0 * PI), target.second);
+      if (r == SCOPE_TARGET_TOO_HIGH || r == SCOPE_TARGET_TOO_LOW) {
+        return ctx.Fail(r, "GOTO " + target.description + ", " + AltitudeLimitNote(target.second));
+      }
       break;
     case Target::Kind::Axes:
       r = ScopeGotoAxes(target.first, target.second);
@@ -154,7 +220,9 @@ void GotoAndTrack(Context& ctx, Target target, double trackSeconds) {
   std::snprintf(off, sizeof off, "  (%.1f\" from the target)",
                 DistanceToGo(target) * DEGREES_PER_RADIAN * 3600.0);
   session.output().Say("Arrived: " + session.StatusText(status) + off);
-  session.output().Json("{\"event\":\"arrived\",\"status\":" + session.StatusJson(status) + "}");
+  session.output().Json("{\"event\":\"arrived\",\"status\":" + session.StatusJson(status) +
+                        PointingJson(target, status, session.site()) + "}");
+  if (!target.frame.empty()) session.output().Say(PointingText(target, status, session.site()));
   if (trackSeconds <= 0.0) return;
 
   if (target.kind != Target::Kind::Sky) {
@@ -174,16 +242,43 @@ void GotoAndTrack(Context& ctx, Target target, double trackSeconds) {
 struct GotoOptions {
   std::string star;
   std::vector<std::string> radec, hadec, altaz, axes;
+  bool ofDate = false;
+  std::string at;  // ISO 8601 UTC; empty means now
+  double dut1 = 0.0;
   double track = 0.0;
 };
 
-std::optional<std::pair<double, double>> ParsePair(const std::vector<std::string>& values,
-                                                    bool firstInHours) {
-  if (values.size() != 2) return std::nullopt;
+// Reads the moment to plan for; false (with a usage error) if it is wrong.
+bool ReadClock(Context& ctx, const std::string& at, double dut1, SkyClock* clock) {
+  std::optional<UtcTime> moment;
+  if (!at.empty()) {
+    std::string problem;
+    moment = ParseUtc(at, &problem);
+    if (!moment) {
+      ctx.UsageError("--at: " + problem);
+      return false;
+    }
+  }
+  *clock = SkyClock(moment, dut1);
+  return true;
+}
+
+// Two angles, the first in hours or degrees, each checked against its range.
+std::optional<std::pair<double, double>> ParsePair(Context& ctx, const std::string& option,
+                                                   const std::vector<std::string>& values,
+                                                   const char* firstName, bool firstInHours,
+                                                   double firstLow, double firstHigh,
+                                                   const char* secondName) {
+  std::string problem;
   const std::optional<double> first =
-      firstInHours ? ParseHours(values[0]) : ParseDegrees(values[0]);
-  const std::optional<double> second = ParseDegrees(values[1]);
-  if (!first || !second) return std::nullopt;
+      firstInHours ? ParseHoursIn(firstName, values[0], firstLow, firstHigh, &problem)
+                   : ParseDegreesIn(firstName, values[0], firstLow, firstHigh, &problem);
+  const std::optional<double> second =
+      first ? ParseDegreesIn(secondName, values[1], -90.0, 90.0, &problem) : std::nullopt;
+  if (!second) {
+    ctx.UsageError(option + ": " + problem);
+    return std::nullopt;
+  }
   return std::pair{*first, *second};
 }
 
@@ -193,7 +288,9 @@ void RunGoto(Context& ctx, const GotoOptions& o) {
   if (given != 1) {
     return ctx.UsageError("goto needs exactly one of --star, --radec, --hadec, --altaz, --axes");
   }
+  if (o.ofDate && o.radec.empty()) return ctx.UsageError("--of-date goes with --radec");
   Target target;
+  if (!ReadClock(ctx, o.at, o.dut1, &target.clock)) return;
   const Site site = ctx.session().site();
   if (!o.star.empty()) {
     const Star* star = FindStar(o.star);
@@ -201,60 +298,86 @@ void RunGoto(Context& ctx, const GotoOptions& o) {
       return ctx.UsageError("unknown star '" + o.star + "' (scopemount stars lists them)");
     }
     target.description = star->name;
-    target.skyNow = StarOnSky(*star, site);
+    target.frame = J2000;
+    target.skyNow = StarOnSky(*star, site, target.clock);
     target.json = TargetJson("J2000", "rightAscension", star->rightAscension * HOURS_PER_RADIAN,
                              "declination", star->declination * DEGREES_PER_RADIAN);
   } else if (!o.radec.empty()) {
-    const auto pair = ParsePair(o.radec, true);
-    if (!pair) return ctx.UsageError("--radec expects RA (hours) and Dec (degrees)");
+    const auto pair = ParsePair(ctx, "--radec", o.radec, "RA", true, 0.0, 24.0, "Dec");
+    if (!pair) return;
     const auto [ra, dec] = *pair;
-    target.description = "RA " + FormatHours(ra) + " Dec " + FormatSignedDegrees(dec);
-    target.json = TargetJson("of date", "rightAscension", ra * HOURS_PER_RADIAN, "declination",
-                             dec * DEGREES_PER_RADIAN);
-    // The hour angle from the site's longitude and the clock.
-    target.skyNow = [ra, dec, site] {
-      return std::pair{LocalSiderealTime(site, UtcNow()) - ra, dec};
-    };
+    target.frame = o.ofDate ? OF_DATE : J2000;
+    target.description = RaDecText(ra, dec, o.ofDate ? OF_DATE : J2000);
+    target.json = TargetJson(target.frame.c_str(), "rightAscension", ra * HOURS_PER_RADIAN,
+                             "declination", dec * DEGREES_PER_RADIAN);
+    const SkyClock clock = target.clock;
+    if (o.ofDate) {
+      target.skyNow = [ra, dec, site, clock] {
+        return std::pair{HourAngleOf(ra, site, clock.Now()), dec};
+      };
+    } else {
+      // The catalogue place brought to date the way the stars' are.
+      target.skyNow = [ra, dec, site, clock] {
+        const std::optional<ObservedPlace> place = Observe(ra, dec, site, clock.Now());
+        return place ? std::pair{place->hourAngle, place->declination}
+                     : std::pair{double(NAN), double(NAN)};
+      };
+    }
   } else if (!o.hadec.empty()) {
-    const auto pair = ParsePair(o.hadec, true);
-    if (!pair) return ctx.UsageError("--hadec expects HA (hours) and Dec (degrees)");
-    target.description = "HA " + FormatHours(pair->first) + " Dec " +
+    const auto pair = ParsePair(ctx, "--hadec", o.hadec, "HA", true, -12.0, 12.0, "Dec");
+    if (!pair) return;
+    target.description = "HA " + FormatHourAngle(pair->first) + " Dec " +
                          FormatSignedDegrees(pair->second);
     target.skyNow = FixedOnSky(pair->first, pair->second);
     target.json = TargetJson("hour angle", "hourAngle", pair->first * HOURS_PER_RADIAN,
                              "declination", pair->second * DEGREES_PER_RADIAN);
-  } else {
-    const bool horizontal = !o.altaz.empty();
-    const auto pair = ParsePair(horizontal ? o.altaz : o.axes, false);
-    if (!pair) return ctx.UsageError(horizontal ? "--altaz expects AZ and ALT in degrees"
-                                                : "--axes expects two axis angles in degrees");
-    target.kind = horizontal ? Target::Kind::Horizontal : Target::Kind::Axes;
+  } else if (!o.altaz.empty()) {
+    const auto pair = ParsePair(ctx, "--altaz", o.altaz, "Az", false, 0.0, 360.0, "Alt");
+    if (!pair) return;
+    target.kind = Target::Kind::Horizontal;
     target.first = pair->first;
     target.second = pair->second;
-    target.description = std::string(horizontal ? "Az " : "axes ") + FormatDegrees(pair->first) +
-                         (horizontal ? " Alt " : " ") + FormatDegrees(pair->second);
-    target.json = horizontal ? TargetJson("horizontal", "azimuth", pair->first * DEGREES_PER_RADIAN,
-                                          "altitude", pair->second * DEGREES_PER_RADIAN)
-                             : TargetJson("axes", "axis0", pair->first * DEGREES_PER_RADIAN,
-                                          "axis1", pair->second * DEGREES_PER_RADIAN);
+    target.description = "Az " + FormatDegrees(pair->first) + " Alt " + FormatDegrees(pair->second);
+    target.json = TargetJson("horizontal", "azimuth", pair->first * DEGREES_PER_RADIAN,
+                             "altitude", pair->second * DEGREES_PER_RADIAN);
+  } else {
+    const auto pair = ParsePair(ctx, "--axes", o.axes, "axis 0", false, -360.0, 360.0, "axis 1");
+    if (!pair) return;
+    target.kind = Target::Kind::Axes;
+    target.first = pair->first;
+    target.second = pair->second;
+    target.description = "axes " + FormatDegrees(pair->first) + " " + FormatDegrees(pair->second);
+    target.json = TargetJson("axes", "axis0", pair->first * DEGREES_PER_RADIAN, "axis1",
+                             pair->second * DEGREES_PER_RADIAN);
   }
   GotoAndTrack(ctx, target, o.track);
+}
+
+void AddPlanningOptions(CLI::App& c, std::string& at, double& dut1) {
+  c.add_option("--at", at, "Plan for this UTC moment (ISO 8601, e.g. 2026-03-01T20:00:00Z)");
+  c.add_option("--dut1", dut1, "UT1-UTC in seconds, where known (default 0)")
+      ->check(NumberIn(-0.9, 0.9));
 }
 
 void AddGoto(CLI::App& app, Context& ctx) {
   auto o = std::make_shared<GotoOptions>();
   CLI::App* c = app.add_subcommand("goto", "Slew to a star or a position, then track");
   c->add_option("--star", o->star, "A bright star by name (see `stars`)");
-  c->add_option("--radec", o->radec, "Right ascension (hours) and declination (degrees)")
+  c->add_option("--radec", o->radec,
+                "Right ascension (0 to 24 hours) and declination (degrees), J2000 unless "
+                "--of-date")
       ->expected(2)->allow_extra_args(false);
-  c->add_option("--hadec", o->hadec, "Hour angle (hours) and declination (degrees)")
+  c->add_flag("--of-date", o->ofDate, "--radec is an apparent place of date, not J2000");
+  c->add_option("--hadec", o->hadec, "Hour angle (-12 to +12 hours) and declination (degrees)")
       ->expected(2)->allow_extra_args(false);
-  c->add_option("--altaz", o->altaz, "Azimuth from north and altitude (degrees)")
+  c->add_option("--altaz", o->altaz,
+                "Azimuth (0 to 360 degrees from north through east) and altitude (degrees)")
       ->expected(2)->allow_extra_args(false);
   c->add_option("--axes", o->axes, "Axis 0 and axis 1 angles (degrees)")
       ->expected(2)->allow_extra_args(false);
+  AddPlanningOptions(*c, o->at, o->dut1);
   c->add_option("--track", o->track, "Keep tracking this many seconds after arriving")
-      ->check(CLI::Range(0.0, 86400.0));
+      ->check(NumberIn(0.0, 86400.0));
   c->callback([&ctx, o] { RunGoto(ctx, *o); });
 }
 
@@ -320,10 +443,10 @@ void AddMove(CLI::App& app, Context& ctx) {
   CLI::App* c = app.add_subcommand("move", "Run one axis at a rate for a while, then stop it");
   c->add_option("AXIS", o->axis, "0 (RA/azimuth) or 1 (Dec/altitude)")
       ->required()
-      ->check(CLI::Range(0, 1));
+      ->check(WholeNumberIn(0, 1));
   c->add_option("RATE", o->rate, "Degrees per second, signed")->required()->check(
-      CLI::Range(-10.0, 10.0));
-  c->add_option("--for", o->seconds, "Seconds to run (default 3)")->check(CLI::Range(0.0, 3600.0));
+      NumberIn(-10.0, 10.0));
+  c->add_option("--for", o->seconds, "Seconds to run (default 3)")->check(NumberIn(0.0, 3600.0));
   c->callback([&ctx, o] { RunMove(ctx, *o); });
 }
 
@@ -346,6 +469,16 @@ bool WriteRecord(Context& ctx, const std::string& path) {
   return true;
 }
 
+Target StarTarget(const Star& star, const Site& site) {
+  Target target;
+  target.description = star.name;
+  target.frame = J2000;
+  target.skyNow = StarOnSky(star, site, target.clock);
+  target.json = TargetJson(J2000, "rightAscension", star.rightAscension * HOURS_PER_RADIAN,
+                           "declination", star.declination * DEGREES_PER_RADIAN);
+  return target;
+}
+
 void RunAlign(Context& ctx, const std::vector<std::string>& names, const std::string& save) {
   if (names.empty() || names.size() > 3) return ctx.UsageError("align takes one to three --star");
   std::vector<const Star*> stars;
@@ -358,7 +491,7 @@ void RunAlign(Context& ctx, const std::vector<std::string>& names, const std::st
   const Site site = ctx.session().site();
   double observations[3][4] = {};
   for (size_t i = 0; i < stars.size(); ++i) {
-    Target target{stars[i]->name, Target::Kind::Sky, 0, 0, StarOnSky(*stars[i], site)};
+    const Target target = StarTarget(*stars[i], site);
     GotoAndTrack(ctx, target, 0.0);
     if (ctx.exitStatus != 0) return;
     // The simulator's reading stands in for the observer's centring.
@@ -413,31 +546,59 @@ void AddSave(CLI::App& app, Context& ctx) {
 
 // --- stars -------------------------------------------------------------------
 
+struct StarsOptions {
+  bool upOnly = false;
+  std::string at;
+  double dut1 = 0.0;
+};
+
+std::string StarJson(const Star& star, const ObservedPlace& place) {
+  char text[400];
+  std::snprintf(text, sizeof text,
+                "{\"star\":\"%s\",\"magnitude\":%.2f,\"j2000\":%s,\"ofDate\":%s,"
+                "\"hourAngle\":%.6f,\"azimuth\":%.6f,\"altitude\":%.6f}",
+                star.name, star.magnitude,
+                RaDecJson(star.rightAscension, star.declination).c_str(),
+                RaDecJson(place.rightAscension, place.declination).c_str(),
+                SignedHourAngle(place.hourAngle) * HOURS_PER_RADIAN,
+                AzimuthFromNorth(place.azimuth) * DEGREES_PER_RADIAN,
+                place.altitude * DEGREES_PER_RADIAN);
+  return text;
+}
+
+void ListStars(Context& ctx, const StarsOptions& o) {
+  SkyClock clock;
+  if (!ReadClock(ctx, o.at, o.dut1, &clock)) return;
+  const Site site = ctx.session().site();
+  const UtcTime when = clock.Now();
+  if (!ctx.options.json) {
+    std::printf("%-16s %5s  %-10s %-9s  %-10s %-11s  %-12s %8s %8s\n", "star", "mag", "RA J2000",
+                "Dec J2000", "RA of date", "Dec of date", "HA", "Az", "Alt");
+  }
+  for (const Star& star : BrightStars()) {
+    const std::optional<ObservedPlace> place = Observe(star, site, when);
+    if (!place || (o.upOnly && place->altitude <= 0.0)) continue;
+    char line[200];
+    std::snprintf(line, sizeof line, "%-16s %5.2f  %-10s %-9s  %-10s %-11s  %-12s %8s %8s%s",
+                  star.name, star.magnitude, FormatHours(star.rightAscension).c_str(),
+                  FormatSignedDegrees(star.declination).c_str(),
+                  FormatHours(place->rightAscension).c_str(),
+                  FormatSignedDegrees(place->declination).c_str(),
+                  FormatHourAngle(place->hourAngle).c_str(),
+                  FormatDegrees(AzimuthFromNorth(place->azimuth)).c_str(),
+                  FormatDegrees(place->altitude).c_str(), place->altitude > 0.0 ? "  up" : "");
+    ctx.output().Say(line);
+    ctx.output().Json(StarJson(star, *place));
+  }
+}
+
 void AddStars(CLI::App& app, Context& ctx) {
-  auto upOnly = std::make_shared<bool>(false);
-  CLI::App* c = app.add_subcommand("stars", "The bright-star catalogue, with what is up now");
-  c->add_flag("--up", *upOnly, "Only the stars above the horizon");
-  c->callback([&ctx, upOnly] {
-    const Site site = ctx.session().site();
-    const UtcTime now = UtcNow();
-    if (!ctx.options.json) std::printf("%-16s %5s  %-10s %-9s  %8s %8s\n", "star", "mag",
-                                       "RA", "Dec", "Az", "Alt");
-    for (const Star& star : BrightStars()) {
-      const std::optional<ObservedPlace> place = Observe(star, site, now);
-      if (!place || (*upOnly && place->altitude <= 0.0)) continue;
-      char line[160];
-      std::snprintf(line, sizeof line, "%-16s %5.2f  %-10s %-9s  %8s %8s%s", star.name,
-                    star.magnitude, FormatHours(star.rightAscension).c_str(),
-                    FormatSignedDegrees(star.declination).c_str(),
-                    FormatDegrees(place->azimuth).c_str(), FormatDegrees(place->altitude).c_str(),
-                    place->altitude > 0.0 ? "  up" : "");
-      ctx.output().Say(line);
-      ctx.output().Json(std::string("{\"star\":\"") + star.name + "\",\"magnitude\":" +
-                        std::to_string(star.magnitude) + ",\"azimuth\":" +
-                        std::to_string(place->azimuth * DEGREES_PER_RADIAN) + ",\"altitude\":" +
-                        std::to_string(place->altitude * DEGREES_PER_RADIAN) + "}");
-    }
-  });
+  auto o = std::make_shared<StarsOptions>();
+  CLI::App* c = app.add_subcommand(
+      "stars", "The bright-star catalogue: J2000 places, places of date and what is up now");
+  c->add_flag("--up", o->upOnly, "Only the stars above the horizon");
+  AddPlanningOptions(*c, o->at, o->dut1);
+  c->callback([&ctx, o] { ListStars(ctx, *o); });
 }
 
 // --- shell -------------------------------------------------------------------
@@ -557,15 +718,14 @@ void RunDemo(Context& ctx) {
   if (star == nullptr) return ctx.UsageError("no bright star is up at this site right now");
   const std::optional<ObservedPlace> place = Observe(*star, site, UtcNow());
   char text[200];
-  std::snprintf(text, sizeof text,
-                "%s (magnitude %.2f) is up: RA %s Dec %s, hour angle %s, Az %s Alt %s", star->name,
-                star->magnitude, FormatHours(place->rightAscension).c_str(),
-                FormatSignedDegrees(place->declination).c_str(),
-                FormatHours(place->hourAngle).c_str(), FormatDegrees(place->azimuth).c_str(),
+  std::snprintf(text, sizeof text, "%s (magnitude %.2f) is up: %s, hour angle %s, Az %s Alt %s",
+                star->name, star->magnitude,
+                RaDecText(place->rightAscension, place->declination, OF_DATE).c_str(),
+                FormatHourAngle(place->hourAngle).c_str(),
+                FormatDegrees(AzimuthFromNorth(place->azimuth)).c_str(),
                 FormatDegrees(place->altitude).c_str());
   ctx.output().Say(text);
-  GotoAndTrack(ctx, Target{star->name, Target::Kind::Sky, 0, 0, StarOnSky(*star, site)},
-               DEMO_TRACK_SECONDS);
+  GotoAndTrack(ctx, StarTarget(*star, site), DEMO_TRACK_SECONDS);
   if (ctx.exitStatus == 0) {
     ctx.output().Say("Next: scopemount goto --star Vega --track 30, scopemount stars --up, "
                      "scopemount shell, scopemount --help");
@@ -599,14 +759,14 @@ int RunProgram(int argc, char** argv) {
   AddSeparationCommand(app);
   AddEmulateCommand(app, ctx.options);
   app.add_option("--model", ctx.options.model, "Mount model (scopemount models); default 7")
-      ->check(CLI::Range(0, SCOPE_MODEL_COUNT - 1));
+      ->check(WholeNumberIn(0, SCOPE_MODEL_COUNT - 1));
   app.add_option("--port", ctx.options.port, "Serial device of a hardware mount");
   app.add_option("--lat", ctx.options.latitudeDeg, "Site latitude, degrees north")
-      ->check(CLI::Range(-90.0, 90.0));
+      ->check(NumberIn(-90.0, 90.0));
   app.add_option("--lon", ctx.options.longitudeDeg, "Site longitude, degrees east")
-      ->check(CLI::Range(-180.0, 180.0));
+      ->check(NumberIn(-180.0, 180.0));
   app.add_option("--elev", ctx.options.elevation, "Site elevation, metres")
-      ->check(CLI::Range(-1000.0, 8848.0));
+      ->check(NumberIn(-1000.0, 8848.0));
   app.add_flag("--json", ctx.options.json, "Machine-readable status lines");
   app.add_option("--load", ctx.options.loadFile, "Restore an alignment record after connecting")
       ->check(CLI::ExistingFile);

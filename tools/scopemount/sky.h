@@ -4,16 +4,22 @@
 
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <utility>
 
 namespace scopemount::cli {
 
+// A catalogue entry: ICRS (J2000) place at epoch J2000 and its space motion.
 struct Star {
   const char* name;
-  double rightAscension;  // J2000, radians
-  double declination;     // J2000, radians
+  double rightAscension;  // radians
+  double declination;     // radians
   double magnitude;
+  double properMotionRa = 0.0;   // mas/yr, along the sky (d(RA)/dt * cos(Dec))
+  double properMotionDec = 0.0;  // mas/yr
+  double parallax = 0.0;         // mas
+  double radialVelocity = 0.0;   // km/s, receding positive
 };
 
 struct Site {
@@ -22,14 +28,31 @@ struct Site {
   double elevation = 0.0;  // metres
 };
 
-// A moment in UTC as a two-part Julian date.
+// A moment in UTC as a two-part Julian date, with UT1-UTC where the
+// observer knows it (the Earth's rotation angle follows UT1).
 struct UtcTime {
   double jd1 = 0.0;
   double jd2 = 0.0;
+  double dut1 = 0.0;  // seconds, |dut1| < 0.9
 };
 
-// Where a direction stands for an observer: radians; azimuth from north
-// toward east; no refraction (the mount points at the geometric place).
+// The moment the program plans for: the clock, or a moment given by the user
+// that then runs on with the clock (so a slew planned "at" it still tracks).
+class SkyClock {
+ public:
+  SkyClock();
+  SkyClock(std::optional<UtcTime> at, double dut1);
+  UtcTime Now() const;
+
+ private:
+  std::optional<UtcTime> at_;
+  UtcTime started_;
+  double dut1_ = 0.0;
+};
+
+// Where a direction stands for an observer: radians; hour angle in
+// [-pi, pi), azimuth in [0, 2 pi) from north toward east; no refraction (the
+// mount points at the geometric place).
 struct ObservedPlace {
   double hourAngle = 0.0;
   double declination = 0.0;
@@ -43,13 +66,17 @@ std::span<const Star> BrightStars();
 const Star* FindStar(std::string_view name);
 
 UtcTime UtcNow();
-UtcTime UtcFromCalendar(int year, int month, int day, int hour, int minute, double second);
+// Nothing for a date that does not exist (2025-02-30, 24:00).
+std::optional<UtcTime> UtcFromCalendar(int year, int month, int day, int hour, int minute,
+                                       double second);
+// ISO 8601 UTC: "2026-03-01T20:00", "2026-03-01 20:00:30.5Z". On failure,
+// nothing, and `problem` says why.
+std::optional<UtcTime> ParseUtc(const std::string& text, std::string* problem);
 
-// Observed place of a catalogue position (J2000, with proper motion in
-// radians per year: d(RA)/dt and d(Dec)/dt) at a UTC moment.
-std::optional<ObservedPlace> Observe(double rightAscension, double declination,
-                                     double properMotionRa, double properMotionDec,
-                                     const Site& site, UtcTime when);
+// Observed place of a catalogue position (ICRS/J2000, no known motion), and
+// of a star with its proper motion, parallax and radial velocity.
+std::optional<ObservedPlace> Observe(double rightAscension, double declination, const Site& site,
+                                     UtcTime when);
 std::optional<ObservedPlace> Observe(const Star& star, const Site& site, UtcTime when);
 
 // The catalogue place (J2000 right ascension, declination) of an observed
@@ -58,7 +85,12 @@ std::optional<std::pair<double, double>> CatalogueFromObserved(double hourAngle,
                                                                double declination,
                                                                const Site& site, UtcTime when);
 
-// Local apparent sidereal time (radians) at the site.
+// Local apparent sidereal time (radians, [0, 2 pi)) at the site.
 double LocalSiderealTime(const Site& site, UtcTime when);
+// Hour angle ([-pi, pi)) of a right ascension of date, and right ascension
+// of date ([0, 2 pi)) of an hour angle: local sidereal time minus the one
+// gives the other.
+double HourAngleOf(double rightAscension, const Site& site, UtcTime when);
+double RightAscensionOf(double hourAngle, const Site& site, UtcTime when);
 
 }  // namespace scopemount::cli
