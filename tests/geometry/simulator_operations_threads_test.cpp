@@ -38,7 +38,7 @@ using namespace testing;
 
 // --- Manual motion and tracking -----------------------------------------------
 
-TEST(EquatorialSimulator, ManualMotionTrackingKindsAndHandBackToTracking) {
+TEST(EquatorialSimulator, ManualMotionAndHandBackToTracking) {
   for (double latitude : {0.6, -0.6}) {
     SimulatorSession session(SCOPE_MODEL_EQUATORIAL_SIMULATOR, latitude, 3000.0);
     const double sign = latitude > 0.0 ? 1.0 : -1.0;
@@ -68,16 +68,6 @@ TEST(EquatorialSimulator, ManualMotionTrackingKindsAndHandBackToTracking) {
     ASSERT_EQ(ScopeStopAxis(1), SCOPE_OK);
     EXPECT_EQ(AxisStatus(1), SCOPE_AXIS_STOPPED);
 
-    // Lunar and solar rates, turned with the hemisphere.
-    for (const auto& [kind, rate] : {std::pair{SCOPE_TRACK_LUNAR, TWO_PI / 89460.0},
-                                     std::pair{SCOPE_TRACK_SOLAR, TWO_PI / 86400.0}}) {
-      ASSERT_EQ(ScopeSetTrackingRate(kind), SCOPE_OK);
-      ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
-      ASSERT_TRUE(WaitUntil([&] {
-        return CurrentMount()->References() == 1 && MountState() == SCOPE_STATE_TRACKING;
-      }));
-      EXPECT_TRUE(RunsAt(0, sign * rate, 600000)) << "kind " << kind;
-    }
     ASSERT_EQ(ScopeSetTracking(0), SCOPE_OK);
     EXPECT_EQ(MountState(), SCOPE_STATE_IDLE);
     EXPECT_EQ(AxisStatus(0), SCOPE_AXIS_STOPPED);
