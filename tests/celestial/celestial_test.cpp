@@ -135,10 +135,12 @@ TEST(GreenwichSiderealTime, PublishedValuesAndTheClockRules) {
   EXPECT_NEAR(std::remainder((mar1 - feb28) * 12.0 / PI - 0.06570982441908, 24.0), 0.0, 1e-9);
   const double before = GreenwichSiderealTime(At(2010, 6, 30, 23, 59, 59, 999), 2.0, 0);
   const double after = GreenwichSiderealTime(At(2010, 7, 1), 2.0, 0);
-  EXPECT_NEAR(std::remainder(after - before, 2 * PI), 0.001 * SIDEREAL_PER_SOLAR * PI / 43200.0, 1e-9)
+  EXPECT_NEAR(std::remainder(after - before, 2 * PI), 0.001 * SIDEREAL_PER_SOLAR * PI / 43200.0,
+              1e-9)
       << "continuous across local midnight";
   EXPECT_TRUE(std::isfinite(GreenwichSiderealTime(At(0, 0, 0), 0.0, 0)));
-  EXPECT_TRUE(std::isfinite(GreenwichSiderealTime(At(65535, 65535, 65535, 65535, 65535, 65535, 65535), 0.0, 0)));
+  EXPECT_TRUE(std::isfinite(
+      GreenwichSiderealTime(At(65535, 65535, 65535, 65535, 65535, 65535, 65535), 0.0, 0)));
   EXPECT_TRUE(std::isnan(GreenwichSiderealTime(At(2000, 1, 1), std::nan(""), 0)));
 }
 

@@ -25,8 +25,9 @@ inline Matrix3 Rotation(int axis, double angle) {
 }
 
 // The simulator of `model` at `latitude`, nominal unless given a skew.
-inline OwnedMount<Mount> Simulator(int32_t model, double latitude, const Matrix3& skew = Matrix3(1.0),
-                                   double index = 0.0, double cone = 0.0) {
+inline OwnedMount<Mount> Simulator(int32_t model, double latitude,
+                                   const Matrix3& skew = Matrix3(1.0), double index = 0.0,
+                                   double cone = 0.0) {
   OwnedMount<Mount> mount;
   if (model == SCOPE_MODEL_ALTAZ_SIMULATOR) {
     mount.reset(new AltAzSimulator);

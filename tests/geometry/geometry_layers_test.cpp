@@ -69,11 +69,12 @@ TEST(EquatorialGeometry, SidesOfThePierInBothHemispheres) {
     AnglePair sky, axes;
   } cases[] = {
       {"north, east of the meridian", 0.6, {-HOUR, dec}, {-HOUR, dec}},
-      {"north, west: mirrored beyond the pole", 0.6, {HOUR, dec}, {NormalizeAngle(PI + HOUR), PI - dec}},
+      {"north, west: mirrored beyond the pole", 0.6, {HOUR, dec}, {PI + HOUR - TWO_PI, PI - dec}},
       {"north, on the meridian: never mirrored", 0.6, {0.0, dec}, {0.0, dec}},
-      {"north, west and south of the equator: above pi", 0.6, {HOUR, -30 * DEG}, {NormalizeAngle(PI + HOUR), PI + 30 * DEG}},
+      {"north, west, south of the equator: above pi", 0.6, {HOUR, -30 * DEG},
+       {PI + HOUR - TWO_PI, PI + 30 * DEG}},
       {"south, west: (-hour angle, -declination)", -0.6, {HOUR, -dec}, {-HOUR, dec}},
-      {"south, east: mirrored", -0.6, {-HOUR, -dec}, {NormalizeAngle(PI + HOUR), PI - dec}},
+      {"south, east: mirrored", -0.6, {-HOUR, -dec}, {PI + HOUR - TWO_PI, PI - dec}},
   };
   for (const auto& c : cases) {
     auto mount = Simulator(EQUATORIAL, c.latitude);
@@ -164,7 +165,8 @@ TEST(GeometryAlignment, MeasuresTheAxisErrorAndFitsTheTerms) {
     Matrix3 skew;
     double index, cone;
     double misalignment;  // the tilt of the axis pole; NaN: not checked
-    std::vector<AnglePair> stars;  // Alt/Az: (azimuth, altitude); equatorial: (hours, declination), degrees
+    // Alt/Az: (azimuth, altitude); equatorial: (hours, declination); degrees.
+    std::vector<AnglePair> stars;
     double tolerance;
   };
   const Case cases[] = {
@@ -174,10 +176,10 @@ TEST(GeometryAlignment, MeasuresTheAxisErrorAndFitsTheTerms) {
        {{40, 30}, {-80, 45}}, ARCSEC},
       {"Alt/Az three stars with index and cone", ALTAZ, 0.6, Rotation(1, 0.3 * DEG), 0.3 * DEG,
        0.2 * DEG, 0.3 * DEG, {{40, 15}, {-80, 30}, {160, 55}}, 60 * ARCSEC},
-      {"equatorial two stars across the meridian", EQUATORIAL, 0.6, Rotation(1, 0.4 * DEG), 0, 0, 0.4 * DEG,
-       {{-2, 20}, {1.5, 50}}, ARCSEC},
-      {"equatorial two stars in the south", EQUATORIAL, -0.6, Rotation(1, 0.4 * DEG), 0, 0, 0.4 * DEG,
-       {{-2, -20}, {1.5, -50}}, ARCSEC},
+      {"equatorial two stars across the meridian", EQUATORIAL, 0.6, Rotation(1, 0.4 * DEG), 0, 0,
+       0.4 * DEG, {{-2, 20}, {1.5, 50}}, ARCSEC},
+      {"equatorial two stars in the south", EQUATORIAL, -0.6, Rotation(1, 0.4 * DEG), 0, 0,
+       0.4 * DEG, {{-2, -20}, {1.5, -50}}, ARCSEC},
       {"equatorial three stars with index and cone", EQUATORIAL, 0.6, Rotation(2, 1.0 * DEG),
        0.3 * DEG, 0.2 * DEG, NAN, {{-1, 10}, {-4, 60}, {2, 40}}, 60 * ARCSEC},
   };

@@ -56,7 +56,8 @@ TEST(MountCore, AltitudeLimitsClipTheUpperAndKeepPartialUpdates) {
   EXPECT_EQ(mount.SetAltitudeLimits(-PI / 6, 1.2), InvalidParameter);
   EXPECT_EQ(mount.altitudeUpperLimit, 1.2) << "upper stays set when the lower is refused";
   EXPECT_EQ(mount.altitudeLowerLimit, 0.0);
-  EXPECT_EQ(mount.SetAltitudeLimits(0.1, Inf), Ok) << "+Inf clips to the zenith like any large value";
+  EXPECT_EQ(mount.SetAltitudeLimits(0.1, Inf), Ok)
+      << "+Inf clips to the zenith like any large value";
   EXPECT_EQ(mount.altitudeUpperLimit, PI / 2);
 }
 
@@ -171,7 +172,8 @@ TEST(MountCore, MountStateFollowsAxesAndFlags) {
   mount.GetMountStatus(&state);
   EXPECT_EQ(state, STATE_TRACKING) << "a tracking mount whose axes stand stays tracking";
   EXPECT_EQ(mount.StopTracking(), Ok);
-  EXPECT_EQ(mount.Commands(Command::Stop).size(), stops + 2) << "stopping tracking stops both motors";
+  EXPECT_EQ(mount.Commands(Command::Stop).size(), stops + 2)
+      << "stopping tracking stops both motors";
   mount.GetMountStatus(&state);
   EXPECT_EQ(state, STATE_IDLE);
 

@@ -115,10 +115,10 @@ void Interrupt(TestMount& mount, TakeUp kind) {
 }
 
 TEST(RequestHandOver, TakeUpEndsAtOnceWhenANewerRequestComes) {
-  const TakeUpCase cases[] = {{"manual move, stopped", TakeUp::AxisMotion},
-                              {"equatorial tracking start, axis stopped",
-                               TakeUp::EquatorialTracking},
-                              {"Alt/Az loop, tracking stopped", TakeUp::AltAzLoop}};
+  const TakeUpCase cases[] = {
+      {"manual move, stopped", TakeUp::AxisMotion},
+      {"equatorial tracking start, axis stopped", TakeUp::EquatorialTracking},
+      {"Alt/Az loop, tracking stopped", TakeUp::AltAzLoop}};
   for (const TakeUpCase& c : cases) {
     SCOPED_TRACE(c.name);
     Fixture f(c.kind == TakeUp::AltAzLoop ? Geometry::AltAz : Geometry::Equatorial,

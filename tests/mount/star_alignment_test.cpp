@@ -1,5 +1,7 @@
 // Two- and three-star alignment on the test mount's nominal geometries:
 // recovering known pointing terms, and what a failure leaves behind.
+#include "mount/star_alignment.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,7 +12,6 @@
 #include <vector>
 
 #include "mount/float_faults.h"
-#include "mount/star_alignment.h"
 #include "support/angles.h"
 #include "support/test_mount.h"
 
@@ -80,8 +81,9 @@ TEST_F(StarAlignment, FitsRecoverKnownTerms) {
     });
     const StarObservation o[3] = {Observe(altaz, s1), Observe(altaz, s2), Observe(altaz, third)};
     ASSERT_EQ(altaz.ResetAlignment(0.0, 0.0), Ok);
-    ASSERT_EQ(c.threeStars ? altaz.AlignThreeStars(o[0], o[1], o[2]) : altaz.AlignTwoStars(o[0], o[1]),
-              Ok);
+    ASSERT_EQ(
+        c.threeStars ? altaz.AlignThreeStars(o[0], o[1], o[2]) : altaz.AlignTwoStars(o[0], o[1]),
+        Ok);
     const PointingSnapshot fitted = altaz.pointing.Load();
     EXPECT_NEAR(fitted.indexError, c.index, c.tolerance);
     EXPECT_NEAR(fitted.coneError, c.cone, c.tolerance);
@@ -163,8 +165,10 @@ TEST(StarAlignmentFailure, LeavesTheNominalMatricesAndTheTermsFittedSoFar) {
        },
        std::nullopt, std::nullopt, 0, 1},
       {"the same star twice: a division by zero", 0, 0,
-       [](Mount& m) { return std::vector{Observe(m, S1), Observe(m, S1)}; }, std::nullopt,
-       std::nullopt, 0, 0},
+       [](Mount& m) {
+         return std::vector{Observe(m, S1), Observe(m, S1)};
+       },
+       std::nullopt, std::nullopt, 0, 0},
       {"a subnormal declination: an underflow", 0, 0,
        [](Mount& m) {
          StarObservation o1 = Observe(m, S1);
@@ -187,8 +191,8 @@ TEST(StarAlignmentFailure, LeavesTheNominalMatricesAndTheTermsFittedSoFar) {
          return std::vector{Observe(m, S1), Observe(m, S2), Observe(m, Between(S1, S2))};
        },
        0.3 * DEG, 0.2 * DEG, ARCMIN, 0},
-      {"three axis directions on one great circle: a singular axis matrix", 0, 0, CoplanarAxes,
-       0.0, 0.0, 1e-9, 1, true},
+      {"three axis directions on one great circle: a singular axis matrix", 0, 0, CoplanarAxes, 0.0,
+       0.0, 1e-9, 1, true},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -289,8 +293,9 @@ TEST_F(StarAlignment, FaultRuleGivesTheCallerItsFlagsBack) {
 
 // Where nothing traps (soft-float builds) faults are caught by value.
 TEST(FaultWatch, CatchesFaultsByValueWhereNothingTraps) {
-  for (double value : {1.0, -0.0, std::numeric_limits<double>::denorm_min(),
-                       std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
+  for (double value :
+       {1.0, -0.0, std::numeric_limits<double>::denorm_min(),
+        std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
     FaultWatch watch;
     Matrix3 m;
     m.at(2, 1) = value;

@@ -50,8 +50,8 @@ AxisRates SkyRatesAt(TestMount& mount, AnglePair axes) {
 TEST(AltAzClosedFormRates, FollowTheSkyAtTheEquatorAndThePole) {
   const struct {
     double latitude, azimuth, rate0, rate1;
-  } cases[] = {{0, 0, 0, 0},                 // north horizon at the equator stands still
-               {90 * DEG, 0, SIDEREAL_RATE, 0},  // at the pole the sky turns in azimuth only
+  } cases[] = {{0, 0, 0, 0},                      // north horizon at the equator stands still
+               {90 * DEG, 0, SIDEREAL_RATE, 0},   // at the pole the sky turns in azimuth only
                {0, 90 * DEG, 0, SIDEREAL_RATE}};  // due east a star rises straight up
   for (const auto& c : cases) {
     const AxisRates rates = AltAzClosedFormRates(c.latitude, c.azimuth, 0.0);
@@ -351,9 +351,8 @@ TEST_F(Tracking, AlignedAltAzCorrectionNeverReversesAnAxis) {
     return axes.lon;
   };
   const uint32_t t = damped.tick - mount->trackStartTick;
-  const double starRate =
-      (axisZeroAt(t + ALIGNED_TRACKING_PERIOD_MS) - axisZeroAt(t)) * 1000.0 /
-      ALIGNED_TRACKING_PERIOD_MS;
+  const double starRate = (axisZeroAt(t + ALIGNED_TRACKING_PERIOD_MS) - axisZeroAt(t)) * 1000.0 /
+                          ALIGNED_TRACKING_PERIOD_MS;
   // The star's rate drifts while a slow run gets from the loop's reading to
   // the recorded command; 1% still tells the damping from none or another.
   EXPECT_NEAR(damped.value, 0.75 * starRate, 1e-2 * std::fabs(starRate));

@@ -71,7 +71,8 @@ TEST(ExchangeAllocationTest, ExchangesAllocateNothing) {
   port.replyLength = 4;
   counting = true;
   uint32_t failures = 0;
-  for (int i = 0; i < 50; ++i) failures += port.Exchange(command, sizeof command - 1, reply) != EXCHANGE_OK;
+  for (int i = 0; i < 50; ++i)
+    failures += port.Exchange(command, sizeof command - 1, reply) != EXCHANGE_OK;
   counting = false;
   EXPECT_EQ(failures, 0u);
   EXPECT_EQ(allocations, 0u);
