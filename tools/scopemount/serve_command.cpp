@@ -117,7 +117,13 @@ class PlanetariumTelescope {
     const int32_t r = observed ? ScopeGotoEquatorial(observed->first, observed->second)
                                : SCOPE_INVALID_PARAMETER;
     if (r != SCOPE_OK) {
-      Event("GOTO refused: " + where + ": " + ErrorMessage(r) + " (" + std::to_string(r) + ")",
+      const std::string limits =
+          r == SCOPE_TARGET_TOO_HIGH || r == SCOPE_TARGET_TOO_LOW
+              ? ", " + AltitudeLimitNote(AltitudeOf(observed->first, observed->second,
+                                                    session_.site()))
+              : "";
+      Event("GOTO refused: " + where + limits + ": " + ErrorMessage(r) + " (" +
+                std::to_string(r) + ")",
             "{\"event\":\"goto-refused\",\"code\":" + std::to_string(r) + "," + target + "}");
       return;
     }

@@ -71,12 +71,6 @@ std::string RaDecJson(double rightAscension, double declination) {
   return text;
 }
 
-// Altitude of an hour angle and declination at the site's latitude.
-double AltitudeOf(double hourAngle, double declination, const Site& site) {
-  return std::asin(std::sin(site.latitude) * std::sin(declination) +
-                   std::cos(site.latitude) * std::cos(declination) * std::cos(hourAngle));
-}
-
 double SkyOffset(const Target& target) {
   double sky[2];
   if (ScopeGetSkyPosition(sky) != SCOPE_OK) return NAN;

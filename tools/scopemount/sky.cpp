@@ -221,6 +221,11 @@ std::optional<std::pair<double, double>> CatalogueFromObserved(double hourAngle,
   return std::pair{eraAnp(rightAscension), catalogueDeclination};
 }
 
+double AltitudeOf(double hourAngle, double declination, const Site& site) {
+  return std::asin(std::sin(site.latitude) * std::sin(declination) +
+                   std::cos(site.latitude) * std::cos(declination) * std::cos(hourAngle));
+}
+
 double LocalSiderealTime(const Site& site, UtcTime when) {
   double tai1 = 0, tai2 = 0, tt1 = 0, tt2 = 0, ut11 = 0, ut12 = 0;
   eraUtctai(when.jd1, when.jd2, &tai1, &tai2);

@@ -85,6 +85,9 @@ std::optional<std::pair<double, double>> CatalogueFromObserved(double hourAngle,
                                                                double declination,
                                                                const Site& site, UtcTime when);
 
+// Geometric altitude of an hour angle and declination of date at the site.
+double AltitudeOf(double hourAngle, double declination, const Site& site);
+
 // Local apparent sidereal time (radians, [0, 2 pi)) at the site.
 double LocalSiderealTime(const Site& site, UtcTime when);
 // Hour angle ([-pi, pi)) of a right ascension of date, and right ascension
