@@ -9,20 +9,26 @@
  * axis 1 angle). A star observation is four doubles: hour angle,
  * declination, axis 0 angle, axis 1 angle.
  *
- * Each function carries its fixed ordinal in the comment before it: a
- * platform that binds by ordinal (a module-definition file) uses those
- * numbers; ELF platforms bind by name.
+ * Each function carries its fixed ordinal in the comment before it: ELF
+ * platforms bind by name; the Windows DLL exports the functions by those
+ * ordinals only, without names (hosts bind with GetProcAddress and
+ * MAKEINTRESOURCE(ordinal)).
  */
 #ifndef SCOPEMOUNT_H
 #define SCOPEMOUNT_H
 
 #include <stdint.h>
+#ifdef _WIN32
+#include <windows.h> /* SYSTEMTIME */
+#endif
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-#if defined(_WIN32)
+#if defined(_WIN32) && defined(SCOPEMOUNT_NO_DLLIMPORT)
+#define SCOPEMOUNT_API /* the DLL itself, or a program linked with its objects */
+#elif defined(_WIN32)
 #define SCOPEMOUNT_API __declspec(dllimport)
 #elif defined(__GNUC__)
 #define SCOPEMOUNT_API __attribute__((visibility("default")))
@@ -85,7 +91,8 @@ typedef char16_t ScopeChar16;
 typedef uint16_t ScopeChar16;
 #endif
 
-/* Civil time: eight 16-bit fields; the day of week is not read. */
+/* Civil time: eight 16-bit fields; the day of week is not read. Windows
+ * has its own (windows.h). */
 #ifndef _WIN32
 typedef struct SYSTEMTIME {
   uint16_t wYear;
@@ -255,11 +262,12 @@ SCOPEMOUNT_API double ScopeGetSiderealTime(SYSTEMTIME localTime, double utcOffse
 /* 91: great-circle angle between two positions, 0..pi. */
 SCOPEMOUNT_API double ScopeAngularSeparation(double lon1, double lat1, double lon2, double lat2);
 
-/* Extension (no ordinal): bind port number 0..255 to a device path; a null
- * or empty path unbinds it. Unbound port N opens /dev/ttyS<N>. 0, or 4. */
+/* Extension, 100: bind port number 0..255 to a device path (UTF-8); a null
+ * or empty path unbinds it. Unbound port N opens /dev/ttyS<N> (on Windows
+ * COM<N>, or \\.\COM<N> from 10 on). 0, or 4. */
 SCOPEMOUNT_API int32_t ScopeSetPortPath(int32_t port, const char *path);
 
-/* Extension (no ordinal): release a port that ScopeRegisterBluetoothPort
+/* Extension, 101: release a port that ScopeRegisterBluetoothPort
  * registered, given the handle it handed back; its index opens its ordinary
  * device again. 0, or 4 for a handle it does not know (null included). */
 SCOPEMOUNT_API int32_t ScopeReleaseBluetoothPort(ScopeDeviceHandle deviceHandle);

@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 # Everything every stage needs, in one package-index update; the stage
 # scripts then find nothing missing.
-scripts/install-deps.sh build test python fuzz arm
+scripts/install-deps.sh build test python fuzz arm windows
 
 jobs=$(nproc 2>/dev/null || echo 2)
 
@@ -45,5 +45,8 @@ scripts/check-fuzz.sh
 
 echo "=== soft-float 32-bit ARM under qemu-arm ==="
 scripts/check-arm.sh
+
+echo "=== Windows DLL under wine64 ==="
+scripts/check-windows.sh
 
 echo "=== all suites passed ==="

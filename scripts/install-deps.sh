@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Installs the Debian packages a build needs, only those that are missing.
-#   scripts/install-deps.sh [build|test|bench|fuzz|python|arm]...   (default: build)
+#   scripts/install-deps.sh [build|test|bench|fuzz|python|arm|windows]...   (default: build)
 # "build" is the library and the command-line program, "test" adds the test
 # frameworks, "bench" the benchmark library, "fuzz" clang with libFuzzer,
 # "python" Debian's python3 with pytest and mypy, "arm" the soft-float ARM
 # cross compilers, the emulator, GoogleTest's sources to build for it and
-# ERFA for armel (a foreign architecture, added to dpkg when missing).
+# ERFA for armel (a foreign architecture, added to dpkg when missing),
+# "windows" the x86-64 mingw-w64 compilers (posix threads) and wine64.
 set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config binutils libcli11-dev liberfa-dev libedit-dev libbluetooth-dev)
@@ -18,7 +19,8 @@ for need in "${@:-build}"; do
     python) packages+=(python3 python3-pytest mypy) ;;
     arm) packages+=(g++-arm-linux-gnueabi binutils-arm-linux-gnueabi qemu-user googletest
                     liberfa-dev:armel) ;;
-    *) echo "install-deps: unknown set '$need' (build, test, bench, fuzz, python or arm)" >&2; exit 2 ;;
+    windows) packages+=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 googletest) ;;
+    *) echo "install-deps: unknown set '$need' (build, test, bench, fuzz, python, arm or windows)" >&2; exit 2 ;;
   esac
 done
 

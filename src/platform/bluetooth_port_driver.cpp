@@ -10,7 +10,7 @@ std::atomic<BluetoothPortDriver*> activeDriver{nullptr};
 
 BluetoothPortDriver& ActiveBluetoothPortDriver() {
   BluetoothPortDriver* driver = activeDriver.load(std::memory_order_acquire);
-  return driver != nullptr ? *driver : RfcommPortDriverInstance();
+  return driver != nullptr ? *driver : SystemBluetoothPortDriver();
 }
 
 void UseBluetoothPortDriver(BluetoothPortDriver* driver) {

@@ -1,5 +1,5 @@
 // The driver that creates serial ports to remote Bluetooth devices: a seam,
-// so tests can replace the kernel's RFCOMM binding with their own.
+// so tests can replace the system's driver with their own.
 #pragma once
 
 #include <cstddef>
@@ -32,10 +32,12 @@ class BluetoothPortDriver {
 };
 
 BluetoothPortDriver& ActiveBluetoothPortDriver();
-// Makes `driver` the active one (null restores the RFCOMM driver).
+// Makes `driver` the active one (null restores the system driver).
 void UseBluetoothPortDriver(BluetoothPortDriver* driver);
 
-// The kernel's RFCOMM TTY binding.
-BluetoothPortDriver& RfcommPortDriverInstance();
+// The system's driver (one definition per platform back end): the kernel's
+// RFCOMM TTY binding on Linux; on Windows, which has no port-emulation
+// driver on the desktop, one that refuses every index.
+BluetoothPortDriver& SystemBluetoothPortDriver();
 
 }  // namespace scopemount::platform

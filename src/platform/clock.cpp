@@ -22,12 +22,6 @@ std::atomic<Clock*> activeClock{nullptr};
 
 }  // namespace
 
-uint64_t SystemClock::NowMs() const {
-  return static_cast<uint64_t>(
-      std::chrono::duration_cast<std::chrono::milliseconds>(SteadyClock::now().time_since_epoch())
-          .count());
-}
-
 SteadyClock::time_point SystemClock::RealDeadlineAfter(uint32_t ms) const {
   return SteadyClock::now() + std::chrono::milliseconds(ms);
 }

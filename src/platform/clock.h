@@ -23,7 +23,8 @@ class Clock {
   virtual std::chrono::steady_clock::time_point RealDeadlineAfter(uint32_t ms) const = 0;
 };
 
-// Wall-speed monotonic clock.
+// Wall-speed monotonic clock: the platform's millisecond counter (its NowMs
+// is defined by each platform back end).
 class SystemClock final : public Clock {
  public:
   uint64_t NowMs() const override;

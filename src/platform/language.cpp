@@ -1,8 +1,6 @@
 #include "platform/language.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <initializer_list>
 
 namespace scopemount::platform {
 
@@ -33,14 +31,6 @@ uint16_t LanguageIdOfLocale(const char* locale) {
   if (locale == nullptr) return LANGUAGE_ENGLISH_US;
   for (const LocaleLanguage& entry : CHINESE_LOCALES) {
     if (NamesRegion(locale, entry.prefix)) return entry.id;
-  }
-  return LANGUAGE_ENGLISH_US;
-}
-
-uint16_t CurrentLanguageId() {
-  for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-    const char* value = std::getenv(name);
-    if (value != nullptr && value[0] != '\0') return LanguageIdOfLocale(value);
   }
   return LANGUAGE_ENGLISH_US;
 }

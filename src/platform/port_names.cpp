@@ -32,7 +32,7 @@ bool PortDevicePath(int32_t port, char* buffer, size_t size) {
   if (boundPaths[port][0] != '\0') {
     std::snprintf(buffer, size, "%s", boundPaths[port]);
   } else {
-    std::snprintf(buffer, size, "/dev/ttyS%d", static_cast<int>(port));
+    DefaultPortPath(port, buffer, size);
   }
   return true;
 }

@@ -11,7 +11,7 @@ std::atomic<SerialDeviceFactory*> activeFactory{nullptr};
 std::unique_ptr<SerialDevice> OpenSerialDevice(const char* path) {
   if (path == nullptr) return nullptr;
   SerialDeviceFactory* factory = activeFactory.load(std::memory_order_acquire);
-  return (factory != nullptr ? *factory : PosixSerialDeviceFactory()).Open(path);
+  return (factory != nullptr ? *factory : SystemSerialDeviceFactory()).Open(path);
 }
 
 void UseSerialDeviceFactory(SerialDeviceFactory* factory) {

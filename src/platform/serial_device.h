@@ -48,8 +48,8 @@ class SerialDevice {
   virtual bool IsCtsHigh() = 0;
 };
 
-// Opens serial devices by path. The real one opens POSIX terminals; tests
-// install their own to put an emulated controller behind a port.
+// Opens serial devices by path. The system one opens the platform's serial
+// lines (POSIX terminals, Windows COM ports); tests install their own to put an emulated controller behind a port.
 class SerialDeviceFactory {
  public:
   virtual ~SerialDeviceFactory() = default;
@@ -61,12 +61,12 @@ class SerialDeviceFactory {
 // Opens `path` through the active factory.
 std::unique_ptr<SerialDevice> OpenSerialDevice(const char* path);
 
-// Makes `factory` the active one (null restores the POSIX factory). Swap
+// Makes `factory` the active one (null restores the system factory). Swap
 // only while no port is being opened.
 void UseSerialDeviceFactory(SerialDeviceFactory* factory);
 
-// The POSIX factory itself (for tests that want a real terminal while a
-// replacement is installed).
-SerialDeviceFactory& PosixSerialDeviceFactory();
+// The system factory itself (for tests that want a real terminal while a
+// replacement is installed); one definition per platform back end.
+SerialDeviceFactory& SystemSerialDeviceFactory();
 
 }  // namespace scopemount::platform

@@ -75,7 +75,7 @@ class RfcommPortDriver final : public BluetoothPortDriver {
 
 // Never destroyed: the port bindings must outlive any thread still using
 // them while the process exits.
-BluetoothPortDriver& RfcommPortDriverInstance() {
+BluetoothPortDriver& SystemBluetoothPortDriver() {
   static NeverDestroyed<RfcommPortDriver> rfcomm;
   return rfcomm.get();
 }

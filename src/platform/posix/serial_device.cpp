@@ -159,7 +159,7 @@ class PosixFactory final : public SerialDeviceFactory {
 
 // Never destroyed, like every process-wide platform object: workers may
 // outlive main.
-SerialDeviceFactory& PosixSerialDeviceFactory() {
+SerialDeviceFactory& SystemSerialDeviceFactory() {
   static NeverDestroyed<PosixFactory> factory;
   return factory.get();
 }

@@ -1,0 +1,82 @@
+// The Windows back end of the platform layer, where it differs from the
+// POSIX one: port names, the language, thread priorities, Bluetooth.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+
+#include "platform/language.h"
+#include "platform/port_names.h"
+#include "platform/serial_device.h"
+#include "platform/thread.h"
+#include "scopemount.h"
+#include "serial/port_selection.h"
+#include "support/fast_clock.h"
+
+namespace scopemount::platform {
+namespace {
+
+std::string PathOf(int32_t port) {
+  char buffer[MAX_PORT_PATH + 1];
+  if (!PortDevicePath(port, buffer, sizeof buffer)) return "<none>";
+  return buffer;
+}
+
+TEST(WindowsPortNames, ComNamesAndTheDeviceNamespaceFromTen) {
+  EXPECT_EQ(PathOf(0), "COM0");
+  EXPECT_EQ(PathOf(9), "COM9");
+  EXPECT_EQ(PathOf(10), R"(\\.\COM10)") << "COM10 and up open only in the device namespace";
+  EXPECT_EQ(PathOf(255), R"(\\.\COM255)");
+  ASSERT_TRUE(BindPortPath(7, R"(\\.\CNCA0)"));
+  EXPECT_EQ(PathOf(7), R"(\\.\CNCA0)");
+  ASSERT_TRUE(BindPortPath(7, nullptr));
+  EXPECT_EQ(PathOf(7), "COM7");
+  EXPECT_EQ(OpenSerialDevice(R"(\\.\COM254)"), nullptr) << "an absent port does not open";
+}
+
+TEST(WindowsLanguage, FollowsTheThreadLocale) {
+  const LCID saved = GetThreadLocale();
+  for (const uint16_t language : {LANGUAGE_CHINESE_SIMPLIFIED, LANGUAGE_CHINESE_TRADITIONAL,
+                                  LANGUAGE_ENGLISH_US}) {
+    ASSERT_TRUE(SetThreadLocale(MAKELCID(language, SORT_DEFAULT)));
+    EXPECT_EQ(CurrentLanguageId(), language);
+  }
+  SetThreadLocale(saved);
+}
+
+struct PriorityProbe {
+  std::atomic<int> seen{THREAD_PRIORITY_ERROR_RETURN};
+};
+
+uint32_t RecordPriority(void* parameter) {
+  static_cast<PriorityProbe*>(parameter)->seen.store(GetThreadPriority(GetCurrentThread()));
+  return 0;
+}
+
+TEST(WindowsThreads, WorkersRunAtTheirPriorityFromTheStart) {
+  const struct {
+    ThreadPriority priority;
+    int expected;
+  } cases[] = {{ThreadPriority::Highest, THREAD_PRIORITY_HIGHEST},
+               {ThreadPriority::AboveNormal, THREAD_PRIORITY_ABOVE_NORMAL},
+               {ThreadPriority::Normal, THREAD_PRIORITY_NORMAL}};
+  for (const auto& c : cases) {
+    PriorityProbe probe;
+    ASSERT_TRUE(StartThread(RecordPriority, &probe, c.priority));
+    EXPECT_TRUE(scopemount::testing::WaitUntil(
+        [&] { return probe.seen.load() == c.expected; }))
+        << "priority " << static_cast<int>(c.priority) << " seen as " << probe.seen.load();
+  }
+}
+
+TEST(WindowsBluetooth, NoPortEmulationDriverSoRegistrationFails) {
+  ScopeSetComPort(4);
+  ScopeDeviceHandle handle = nullptr;
+  EXPECT_EQ(ScopeRegisterBluetoothPort(0x11223344u, 0x5566u, 1, &handle), -1);
+  EXPECT_EQ(handle, nullptr);
+  EXPECT_EQ(PortNumber(), 4) << "the port choice stays";
+  EXPECT_EQ(ScopeReleaseBluetoothPort(nullptr), SCOPE_INVALID_PARAMETER);
+}
+
+}  // namespace
+}  // namespace scopemount::platform
