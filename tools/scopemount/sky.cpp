@@ -20,11 +20,10 @@ constexpr double Dms(int sign, double d, double m, double s) {
   return sign * (d + m / 60.0 + s / 3600.0) * PI / 180.0;
 }
 
-// The brightest stars, brightest first. Places (ICRS, epoch J2000), proper
-// motions and parallaxes: Hipparcos, the new reduction (van Leeuwen 2007;
-// Rigil Kentaurus from Kervella et al. 2016). Radial velocities: the SIMBAD
-// database's adopted values. Visual magnitudes: the Yale Bright Star
-// Catalogue, 5th edition.
+// The brightest stars, brightest first. Sources: places (ICRS, epoch J2000)
+// and visual magnitudes as given by the SIMBAD database; proper motions and
+// parallaxes from Hipparcos, the new reduction (van Leeuwen 2007), Rigil
+// Kentaurus from Kervella et al. 2016; radial velocities as adopted by SIMBAD.
 //   name, RA, Dec, magnitude, proper motion in RA*cos(Dec) and in Dec (mas/yr),
 //   parallax (mas), radial velocity (km/s)
 constexpr Star STARS[] = {
