@@ -6,6 +6,7 @@
  * be byte-identical between them.
  *
  *   ordinal_host <library> [dump-file]
+ *   ordinal_host <library> --serial <port> <model>
  *
  * It checks that every ordinal resolves, then drives both simulators
  * through the table: connect, a GOTO to arrival, tracking, a move and a
@@ -13,6 +14,10 @@
  * languages, and a disconnect in the middle of a slew. The dump file gets
  * the checked result codes, the 200-byte record and the UTF-16 texts.
  * Exit status 0 when every check held.
+ *
+ * With --serial it drives a hardware model instead, through serial port
+ * <port> (an emulated controller behind it): connect, read the axes, move
+ * and stop an axis, a short GOTO, disconnect.
  */
 #ifndef _WIN32
 #define _POSIX_C_SOURCE 200112L
@@ -381,14 +386,56 @@ static void PureCalculations(void) {
   Check(fabs(AT(ScopeAngularSeparation)(0.0, 0.0, 1.0, 0.0) - 1.0) < 1e-12, "separation");
 }
 
+/* A hardware model through a serial port, as far as its controller
+ * answers: every step goes over the line. */
+static void SerialSession(int32_t port, int32_t model) {
+  double axes[2] = {0.0, 0.0};
+  double reached[2] = {0.0, 0.0};
+  uint64_t started;
+  AT(ScopeSetComPort)(port);
+  started = NowMs();
+  Code(AT(ScopeConnect)(model, SITE_LATITUDE, SITE_ELEVATION), SCOPE_OK, "connect over the line");
+  printf("model %d connected on port %d in %u ms\n", (int)model, (int)port,
+         (unsigned)(NowMs() - started));
+  if (failures != 0) return;
+  Code(AT(ScopeGetAxisPositions)(axes), SCOPE_OK, "read both axes");
+  printf("axes at %.4f, %.4f rad\n", axes[0], axes[1]);
+  Code(AT(ScopeMoveAxis)(1, 0.5 * DEGREE), SCOPE_OK, "move axis 1");
+  Check(WaitForState(SCOPE_STATE_MOVING, GOTO_LIMIT_MS), "the mount moves by hand");
+  Code(AT(ScopeStopAxis)(1), SCOPE_OK, "stop axis 1");
+  Check(WaitForAxisStopped(1, GOTO_LIMIT_MS), "axis 1 stops");
+  Code(AT(ScopeGetAxisPositions)(axes), SCOPE_OK, "read both axes");
+  started = NowMs();
+  Code(AT(ScopeGotoAxes)(axes[0] + 2.0 * DEGREE, axes[1] + 2.0 * DEGREE), SCOPE_OK,
+       "GOTO axis angles");
+  Check(WaitForState(SCOPE_STATE_SLEWING, 2000) || MountState() != SCOPE_STATE_SLEWING,
+        "the GOTO starts");
+  Check(WaitForState(SCOPE_STATE_IDLE, GOTO_LIMIT_MS) ||
+            WaitForState(SCOPE_STATE_TRACKING, 1000),
+        "the GOTO ends");
+  Code(AT(ScopeGetAxisPositions)(reached), SCOPE_OK, "read both axes after the GOTO");
+  printf("GOTO of 2 degrees an axis in %u ms, now %.4f, %.4f rad\n",
+         (unsigned)(NowMs() - started), reached[0], reached[1]);
+  Check(fabs(reached[0] - axes[0] - 2.0 * DEGREE) < 0.1 * DEGREE &&
+            fabs(reached[1] - axes[1] - 2.0 * DEGREE) < 0.1 * DEGREE,
+        "the GOTO arrives");
+  Code(AT(ScopeDisconnect)(), SCOPE_OK, "disconnect");
+}
+
 int main(int argc, char **argv) {
   ScopeDeviceHandle handle = NULL;
   if (argc < 2) {
-    fprintf(stderr, "usage: ordinal_host <library> [dump-file]\n");
+    fprintf(stderr, "usage: ordinal_host <library> [dump-file]\n"
+                    "       ordinal_host <library> --serial <port> <model>\n");
     return 2;
   }
   if (!BindAll(argv[1])) return 1;
   printf("bound %u functions\n", (unsigned)EXPORT_COUNT);
+  if (argc == 5 && strcmp(argv[2], "--serial") == 0) {
+    SerialSession((int32_t)atoi(argv[3]), (int32_t)atoi(argv[4]));
+    printf("%s: %d failed check(s)\n", failures == 0 ? "PASS" : "FAIL", failures);
+    return failures == 0 ? 0 : 1;
+  }
   if (argc > 2 && (dump = fopen(argv[2], "wb")) == NULL) {
     printf("FAIL: cannot write %s\n", argv[2]);
     return 1;
