@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# The soft-float 32-bit ARM stage: cross-builds the library and the test
-# programs for ARMv5TE without a floating-point unit, checks that the
-# library holds no hardware floating point, and runs the suite under
-# user-mode emulation.
+# The soft-float 32-bit ARM stage: cross-builds the library, the
+# command-line program (with ERFA from Debian's armel architecture), the
+# test programs and the soft-float call counter for ARMv5TE without a
+# floating-point unit, checks that the library holds no hardware floating
+# point, counts its software double helper calls against minimal versions,
+# and runs the suite under user-mode emulation.
 #   scripts/check-arm.sh [build-directory]   (default: build-check/arm)
-# The command-line program and its tests are left out: they need ERFA built
-# for the target, which Debian ships only through a foreign architecture.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh build arm
@@ -26,10 +26,12 @@ if [ ! -f "$gtest_prefix/lib/cmake/GTest/GTestConfig.cmake" ]; then
   cmake --install "$root/googletest" >/dev/null
 fi
 
-echo "=== library and test programs ==="
+echo "=== library, command-line program, test programs, call counter ==="
+# Everything this configuration builds is run below; nothing else is built.
 cmake -S . -B "$root/build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" "${launcher[@]}" \
-  -DSCOPEMOUNT_BUILD_TOOLS=OFF -DGTest_DIR="$gtest_prefix/lib/cmake/GTest" >/dev/null
+  -DSCOPEMOUNT_BUILD_BENCH=ON -DGTest_DIR="$gtest_prefix/lib/cmake/GTest" >/dev/null
 cmake --build "$root/build" -j "$jobs"
+emulator=(qemu-arm -L "/usr/$triple")
 
 echo "=== no hardware floating point ==="
 library=$root/build/src/libscopemount.so
@@ -49,10 +51,29 @@ if $triple-objdump -d "$library" | grep -E "$vfp" | head -5 | grep .; then
 fi
 echo "no VFP/NEON attributes or instructions"
 
+echo "=== soft-float helper calls against minimal versions ==="
+counter=$root/build/bench/soft_float_calls
+# Every double helper and math function the library calls must be counted:
+# the counter defines a wrapper for each symbol it wraps. (libm's
+# floating-point environment functions, fe*, do no arithmetic.)
+called=$($triple-nm -u "$root/build/src/libscopemount_static.a" | awk 'NF == 2 {print $2}' | sort -u)
+math=$($triple-nm -D --defined-only "/usr/$triple/lib/libm.so.6" |
+  awk '{sub("@.*", "", $3); if ($3 !~ /^fe/) print $3}')
+needed=$({ grep -E '^__aeabi_(c?d[a-z]+|[a-z]*2d|d2[a-z]+)$' <<<"$called" || true
+           grep -Fx -f <(echo "$math") <<<"$called" || true; } | sort -u)
+wrapped=$($triple-nm "$counter" | sed -n 's/^[0-9a-f]* T __wrap_//p' | sort -u)
+uncounted=$(comm -23 <(echo "$needed") <(echo "$wrapped"))
+if [ -n "$uncounted" ]; then
+  echo "check-arm: the library calls helpers the counter does not wrap:" $uncounted >&2
+  exit 1
+fi
+# Exits with 1 when the library makes more than 1.1 times the minimal calls.
+"${emulator[@]}" "$counter"
+
 echo "=== test suite under qemu-arm ==="
 # Test programs that start children (themselves, a consumer) start them
 # through the emulator too.
-export SCOPEMOUNT_TEST_LAUNCHER="qemu-arm -L /usr/$triple"
+export SCOPEMOUNT_TEST_LAUNCHER="${emulator[*]}"
 # Emulation runs the code several times slower than the threaded tests'
 # fast clocks assume of a real CPU; a program that fails is run once more
 # (its output stays in the log), so only a failure that repeats fails the
