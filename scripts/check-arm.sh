@@ -29,7 +29,7 @@ fi
 echo "=== library, command-line program, test programs, call counter ==="
 # Everything this configuration builds is run below; nothing else is built.
 cmake -S . -B "$root/build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" "${launcher[@]}" \
-  -DSCOPEMOUNT_BUILD_BENCH=ON -DGTest_DIR="$gtest_prefix/lib/cmake/GTest" >/dev/null
+  -DSCOPEMOUNT_BUILD_TOOLS=ON -DSCOPEMOUNT_BUILD_BENCH=ON -DGTest_DIR="$gtest_prefix/lib/cmake/GTest" >/dev/null
 cmake --build "$root/build" -j "$jobs"
 emulator=(qemu-arm -L "/usr/$triple")
 
