@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <regex>
 #include <sstream>
 #include <string>
 
@@ -38,12 +37,18 @@ std::vector<std::string> At(std::vector<std::string> args) {
   return args;
 }
 
-// The live status lines written, without the clearing that ends each.
+// The live status lines written (between carriage returns and line ends),
+// without the clearing that ends each.
 std::vector<std::string> LiveLines(const std::string& screen) {
-  static const std::regex LIVE_LINE("[^\r\n]*to go[^\r\n\x1b]*");
   std::vector<std::string> lines;
-  for (std::sregex_iterator i(screen.begin(), screen.end(), LIVE_LINE), end; i != end; ++i) {
-    lines.push_back(i->str());
+  std::string piece;
+  for (const char c : screen) {
+    if (c != '\r' && c != '\n') {
+      piece += c;
+      continue;
+    }
+    if (Contains(piece, "to go")) lines.push_back(piece.substr(0, piece.find("\x1b[K")));
+    piece.clear();
   }
   return lines;
 }
