@@ -649,9 +649,10 @@ void RunPrompt(Context& ctx, int& failures) {
   for (;;) {
     const LineEditor::Result read = editor.Read(line);
     if (read != LineEditor::Result::Line || !RunShellLine(ctx, line, failures)) return;
-    if (ctx.exitStatus == EXIT_INTERRUPTED) {
+    // Ctrl-C during a command (whether or not it was waiting) cancels it only.
+    if (interrupted) {
       interrupted = false;
-      --failures;  // the user's choice, not a failure
+      if (ctx.exitStatus == EXIT_INTERRUPTED) --failures;  // the user's choice, not a failure
       ctx.output().Say("Cancelled; Ctrl-C again at the prompt ends the shell.");
     }
   }
@@ -786,6 +787,10 @@ int RunProgram(int argc, char** argv) {
     }
     app.exit(e);
     return EXIT_USAGE;
+  } catch (const std::exception& e) {
+    // Nothing should get here; if it does, say so rather than abort.
+    std::fprintf(stderr, "scopemount: %s\n", e.what());
+    return EXIT_LIBRARY_ERROR;
   }
   if (app.get_subcommands().empty()) RunDemo(ctx);
   ctx.Finish();
