@@ -49,7 +49,8 @@ class SerialDevice {
 };
 
 // Opens serial devices by path. The system one opens the platform's serial
-// lines (POSIX terminals, Windows COM ports); tests install their own to put an emulated controller behind a port.
+// lines (POSIX terminals, Windows COM ports); tests install their own to put
+// an emulated controller behind a port.
 class SerialDeviceFactory {
  public:
   virtual ~SerialDeviceFactory() = default;
