@@ -210,8 +210,10 @@ void ReclaimSlewFlags(Mount& mount, uint32_t request) {
 uint32_t EquatorialSlewWorker(void* parameter, uint32_t request) {
   Mount& mount = *static_cast<Mount*>(parameter);
   WorkerReference reference(mount);
-  if (!TakeOverAxes(mount, SLEW_TAKE_OVER_WAIT_MS, TakeOver::Interrupt, BOTH_AXES)) {
-    LeaveUnserved(mount, request, EQUATORIAL_SLEW);
+  if (!TakeOverAxes(mount, SLEW_TAKE_OVER_WAIT_MS, TakeOver::Interrupt, BOTH_AXES, request)) {
+    // A newer request's worker serves the mount; only a request still the
+    // latest is left for the holder to pick up.
+    if (mount.IsLatestOnBothAxes(request)) LeaveUnserved(mount, request, EQUATORIAL_SLEW);
     return AxisBusy;
   }
   ReclaimSlewFlags(mount, request);
@@ -233,8 +235,10 @@ uint32_t EquatorialSlewWorker(void* parameter, uint32_t request) {
 uint32_t AxisTargetSlewWorker(void* parameter, uint32_t request) {
   Mount& mount = *static_cast<Mount*>(parameter);
   WorkerReference reference(mount);
-  if (!TakeOverAxes(mount, SLEW_TAKE_OVER_WAIT_MS, TakeOver::Interrupt, BOTH_AXES)) {
-    LeaveUnserved(mount, request, AXIS_TARGET_SLEW);
+  if (!TakeOverAxes(mount, SLEW_TAKE_OVER_WAIT_MS, TakeOver::Interrupt, BOTH_AXES, request)) {
+    // A newer request's worker serves the mount; only a request still the
+    // latest is left for the holder to pick up.
+    if (mount.IsLatestOnBothAxes(request)) LeaveUnserved(mount, request, AXIS_TARGET_SLEW);
     return AxisBusy;
   }
   ReclaimSlewFlags(mount, request);
@@ -253,7 +257,8 @@ template <uint32_t axis>
 uint32_t AxisMotionWorker(void* parameter, uint32_t request) {
   Mount& mount = *static_cast<Mount*>(parameter);
   WorkerReference reference(mount);
-  if (!TakeOverAxes(mount, AXIS_MOTION_TAKE_OVER_WAIT_MS, TakeOver::Interrupt, AxisBit(axis))) {
+  if (!TakeOverAxes(mount, AXIS_MOTION_TAKE_OVER_WAIT_MS, TakeOver::Interrupt, AxisBit(axis),
+                    request)) {
     return AxisBusy;
   }
   // Still wanted: the run flag set (a stop clears it) and no newer request

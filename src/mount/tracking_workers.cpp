@@ -58,7 +58,8 @@ uint32_t EquatorialTrackingWorker(void* parameter, uint32_t request) {
   Mount& mount = *static_cast<Mount*>(parameter);
   WorkerReference reference(mount);
   // A running motion is allowed to finish: no abort request.
-  if (!TakeOverAxes(mount, TRACKING_TAKE_OVER_WAIT_MS, TakeOver::WaitForFinish, AxisBit(0))) {
+  if (!TakeOverAxes(mount, TRACKING_TAKE_OVER_WAIT_MS, TakeOver::WaitForFinish, AxisBit(0),
+                    request)) {
     return AxisBusy;
   }
   const double rate = mount.trackingRate;

@@ -18,7 +18,11 @@ enum class TakeOver { Interrupt, WaitForFinish };
 // AxisBusy.
 // `driven` is the mask of the axes the worker will command (bit 0 for axis
 // 0, bit 1 for axis 1): a stop of another axis need not wait for it.
-bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how, uint32_t driven);
+// An interrupting worker serves `request`: once a newer request holds any
+// driven axis it neither interrupts nor claims (false at once), so a worker
+// that started late never takes the axes from the newer one's worker.
+bool TakeOverAxes(Mount& mount, uint32_t waitMs, TakeOver how, uint32_t driven,
+                  uint32_t request);
 
 inline constexpr uint32_t AxisBit(uint32_t axis) { return 1u << axis; }
 inline constexpr uint32_t BOTH_AXES = 3u;
