@@ -7,11 +7,14 @@
 #include <cmath>
 
 #include "celestial/sidereal_time.h"
+#include "minimal_versions.h"
 #include "mount/mount.h"
 
 namespace {
 
 using scopemount::AnglePair;
+using scopemount::bench::MinimalRotate;
+using scopemount::bench::MinimalSiderealTime;
 using scopemount::Matrix3;
 
 constexpr double LATITUDE = 0.7;
@@ -59,20 +62,6 @@ scopemount::Mount& BenchMount() {
   }();
   (void)ready;
   return mount;
-}
-
-// Minimal: rotate a direction, nothing else.
-[[gnu::noinline]] AnglePair MinimalRotate(const double (&m)[3][3], double lon, double lat) {
-  const double cl = std::cos(lat);
-  const double x = std::cos(lon) * cl, y = std::sin(lon) * cl, z = std::sin(lat);
-  double rx = m[0][0] * x + m[0][1] * y + m[0][2] * z;
-  double ry = m[1][0] * x + m[1][1] * y + m[1][2] * z;
-  double rz = m[2][0] * x + m[2][1] * y + m[2][2] * z;
-  const double n = std::sqrt(rx * rx + ry * ry + rz * rz);
-  rx /= n;
-  ry /= n;
-  rz /= n;
-  return {std::atan2(ry, rx), std::asin(rz)};
 }
 
 void BM_SkyToAxes(benchmark::State& state) {
@@ -130,23 +119,6 @@ void BM_GreenwichSiderealTime(benchmark::State& state) {
     benchmark::DoNotOptimize(scopemount::GreenwichSiderealTime(t, 1.0, 0));
     t.wMilliseconds = static_cast<uint16_t>((t.wMilliseconds + 1) % 1000);
   }
-}
-
-// Kept out of line like the library's function, so that neither can be
-// folded into the loop.
-[[gnu::noinline]] double MinimalSiderealTime(const SYSTEMTIME& t, double offsetHours) {
-  int y = t.wYear, m = t.wMonth;
-  if (m <= 2) {
-    y -= 1;
-    m += 12;
-  }
-  const int a = y / 100;
-  const double jd0 = std::floor(365.25 * (y + 4716)) + std::floor(30.6001 * (m + 1)) + t.wDay +
-                     (2 - a + a / 4) - 1524.5;
-  const double g0 = std::fmod(18.697374558 + 24.06570982441908 * (jd0 - 2451545.0), 24.0);
-  const double h =
-      t.wHour + t.wMinute / 60.0 + t.wSecond / 3600.0 + t.wMilliseconds / 3600.0 / 1000.0;
-  return (g0 + 1.00273790935 * (h - offsetHours)) * 0.2617993877991494;
 }
 
 void BM_GreenwichSiderealTime_Minimal(benchmark::State& state) {

@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "celestial/sidereal_time.h"
+#include "minimal_versions.h"
 #include "mount/mount.h"
 #include "mount/tracking_workers.h"
 #include "platform/clock.h"
@@ -95,6 +96,8 @@ namespace {
 
 using scopemount::AnglePair;
 using scopemount::Matrix3;
+using scopemount::bench::MinimalRotate;
+using scopemount::bench::MinimalSiderealTime;
 using scopemount::Mount;
 using scopemount::OwnedMount;
 
@@ -164,19 +167,6 @@ PlainModel MakePlainModel() {
   return p;
 }
 
-[[gnu::noipa]] AnglePair MinimalRotate(const double (&m)[3][3], double lon, double lat) {
-  const double cl = std::cos(lat);
-  const double x = std::cos(lon) * cl, y = std::sin(lon) * cl, z = std::sin(lat);
-  double rx = m[0][0] * x + m[0][1] * y + m[0][2] * z;
-  double ry = m[1][0] * x + m[1][1] * y + m[1][2] * z;
-  double rz = m[2][0] * x + m[2][1] * y + m[2][2] * z;
-  const double n = std::sqrt(rx * rx + ry * ry + rz * rz);
-  rx /= n;
-  ry /= n;
-  rz /= n;
-  return {std::atan2(ry, rx), std::asin(rz)};
-}
-
 [[gnu::noipa]] AnglePair MinimalSkyToAxes(const PlainModel& p, double ha, double dec) {
   AnglePair axes = MinimalRotate(p.toAxes, std::remainder(ha, 2 * scopemount::PI), dec);
   axes.lon -= p.cone / std::cos(axes.lat) + p.nonPerp * std::tan(axes.lat);
@@ -188,21 +178,6 @@ PlainModel MakePlainModel() {
   const double lat = a1 + p.index;
   const double lon = a0 + p.cone / std::cos(lat) + p.nonPerp * std::tan(lat);
   return MinimalRotate(p.toSky, lon, lat);
-}
-
-[[gnu::noipa]] double MinimalSiderealTime(const SYSTEMTIME& t, double offsetHours) {
-  int y = t.wYear, m = t.wMonth;
-  if (m <= 2) {
-    y -= 1;
-    m += 12;
-  }
-  const int a = y / 100;
-  const double jd0 = std::floor(365.25 * (y + 4716)) + std::floor(30.6001 * (m + 1)) + t.wDay +
-                     (2 - a + a / 4) - 1524.5;
-  const double g0 = std::fmod(18.697374558 + 24.06570982441908 * (jd0 - 2451545.0), 24.0);
-  const double h =
-      t.wHour + t.wMinute / 60.0 + t.wSecond / 3600.0 + t.wMilliseconds / 3600.0 / 1000.0;
-  return (g0 + 1.00273790935 * (h - offsetHours)) * 0.2617993877991494;
 }
 
 struct Rates {

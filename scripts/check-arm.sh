@@ -19,12 +19,7 @@ command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -
 
 echo "=== GoogleTest for the target ==="
 gtest_prefix=$PWD/$root/googletest-prefix
-if [ ! -f "$gtest_prefix/lib/cmake/GTest/GTestConfig.cmake" ]; then
-  cmake -S /usr/src/googletest -B "$root/googletest" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
-    -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$gtest_prefix" "${launcher[@]}" >/dev/null
-  cmake --build "$root/googletest" -j "$jobs"
-  cmake --install "$root/googletest" >/dev/null
-fi
+scripts/cross-googletest.sh "$toolchain" "$PWD/$root"
 
 echo "=== library, command-line program, test programs, call counter ==="
 # Everything this configuration builds is run below; nothing else is built.
