@@ -62,7 +62,8 @@ const char* CatalogueLanguage() {
 std::string ReadCatalogueFile(const char* language) {
   const std::string file = std::string("/") + language + "/LC_MESSAGES/" + TEXT_DOMAIN + ".mo";
   const char* fromEnvironment = std::getenv("SCOPEMOUNT_LOCALEDIR");
-  for (const char* dir : {fromEnvironment, SCOPEMOUNT_INSTALL_LOCALEDIR, SCOPEMOUNT_BUILD_LOCALEDIR}) {
+  for (const char* dir :
+       {fromEnvironment, SCOPEMOUNT_INSTALL_LOCALEDIR, SCOPEMOUNT_BUILD_LOCALEDIR}) {
     if (dir == nullptr || dir[0] == '\0') continue;
     std::ifstream in(dir + file, std::ios::binary);
     if (in) return std::string(std::istreambuf_iterator<char>(in), {});

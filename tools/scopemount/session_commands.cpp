@@ -226,7 +226,8 @@ void GotoAndTrack(Context& ctx, Target target, double trackSeconds) {
     target.skyNow = FixedOnSky(sky[0], sky[1]);
     ScopeSetTracking(1);
   }
-  session.output().Say(_("Tracking for ") + std::to_string(static_cast<int>(trackSeconds)) + _(" s ..."));
+  session.output().Say(_("Tracking for ") + std::to_string(static_cast<int>(trackSeconds)) +
+                       _(" s ..."));
   r = session.Watch(trackSeconds, [&target] { return SkyOffset(target); });
   if (r != SCOPE_OK) ctx.Fail(r, _("tracking"));
 }
@@ -474,7 +475,9 @@ Target StarTarget(const Star& star, const Site& site) {
 }
 
 void RunAlign(Context& ctx, const std::vector<std::string>& names, const std::string& save) {
-  if (names.empty() || names.size() > 3) return ctx.UsageError(_("align takes one to three --star"));
+  if (names.empty() || names.size() > 3) {
+    return ctx.UsageError(_("align takes one to three --star"));
+  }
   std::vector<const Star*> stars;
   for (const std::string& name : names) {
     const Star* star = FindStar(name);
@@ -566,8 +569,8 @@ void ListStars(Context& ctx, const StarsOptions& o) {
   const Site site = ctx.session().site();
   const UtcTime when = clock.Now();
   if (!ctx.options.json) {
-    std::printf("%-16s %5s  %-10s %-9s  %-10s %-11s  %-12s %8s %8s\n", _("star"), _("mag"), _("RA J2000"),
-                _("Dec J2000"), _("RA of date"), _("Dec of date"), _("HA"), _("Az"), _("Alt"));
+    std::printf("%-16s %5s  %-10s %-9s  %-10s %-11s  %-12s %8s %8s\n", _("star"), _("mag"),
+                _("RA J2000"), _("Dec J2000"), _("RA of date"), _("Dec of date"), _("HA"), _("Az"), _("Alt"));
   }
   for (const Star& star : BrightStars()) {
     const std::optional<ObservedPlace> place = Observe(star, site, when);
