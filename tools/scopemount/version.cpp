@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "format.h"
 #include "scopemount.h"
+#include "text.h"
 
 namespace scopemount::cli {
 
@@ -45,7 +46,7 @@ void AddVersionFlag(CLI::App& app, bool json) {
         }
         return "scopemount " + ProgramVersion() + "\nlibrary libscopemount " + LibraryVersion();
       },
-      "Show the versions of the program and of the library");
+      _("Show the versions of the program and of the library"));
 }
 
 }  // namespace scopemount::cli
