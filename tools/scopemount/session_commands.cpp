@@ -607,6 +607,27 @@ const char* ShellFooter() {
     "running command; at the prompt it ends the shell.");
 }
 
+// The help's own words in the user's language: before the options and
+// subcommands are added, which take the help flag and groups from here.
+void TranslateHelp(CLI::App& app) {
+  const auto formatter = app.get_formatter();
+  formatter->label("Usage", _("Usage"));
+  formatter->label("OPTIONS", _("OPTIONS"));
+  formatter->label("SUBCOMMAND", _("SUBCOMMAND"));
+  formatter->label("Positionals", _("Positionals"));
+  formatter->label("REQUIRED", _("REQUIRED"));
+  app.option_defaults()->group(_("Options"));
+  app.set_help_flag("-h,--help", _("Print this help message and exit"));
+}
+
+// After the subcommands are added: their heading, and their help flag's.
+void GroupSubcommands(CLI::App& app) {
+  for (CLI::App* command : app.get_subcommands({})) {
+    command->group(_("Subcommands"));
+    if (CLI::Option* help = command->get_help_ptr()) help->group(_("Options"));
+  }
+}
+
 // Runs one line of the shell; false when the line ends the shell.
 bool RunShellLine(Context& ctx, const std::string& line, int& failures) {
   const size_t first = line.find_first_not_of(" \t");
@@ -615,7 +636,9 @@ bool RunShellLine(Context& ctx, const std::string& line, int& failures) {
   if (word == "quit" || word == "exit") return false;
   CLI::App lineApp{_("Commands of the shell, one per line:"), "scopemount"};
   lineApp.footer(ShellFooter());
+  TranslateHelp(lineApp);
   AddMountCommands(lineApp, ctx);
+  GroupSubcommands(lineApp);
   if (word == "help") {
     std::printf("%s", lineApp.help().c_str());
     return true;
@@ -746,6 +769,7 @@ bool JsonRequested(int argc, char** argv) {
 int RunProgram(int argc, char** argv) {
   CLI::App app{_("scopemount: drive a motorised telescope mount.\n"
                "With no command: a short session on the Alt/Az simulator.")};
+  TranslateHelp(app);
   app.require_subcommand(0, 1);
   // Site, model and output options may follow the command too.
   app.fallthrough();
@@ -775,6 +799,7 @@ int RunProgram(int argc, char** argv) {
       ->footer(ShellFooter())
       ->callback([&ctx] { RunShell(ctx); });
   AddServeCommand(app, ctx.options, ctx.exitStatus);
+  GroupSubcommands(app);
   InstallInterruptHandler();
   try {
     app.parse(argc, argv);
