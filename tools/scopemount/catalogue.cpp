@@ -1,6 +1,7 @@
 // The program's own texts in the user's language: a compiled message
 // catalogue (.mo) read directly, so that the language follows LC_ALL,
 // LC_MESSAGES and LANG even where no Chinese locale is installed.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -21,6 +22,8 @@ constexpr uint32_t MO_MAGIC = 0x950412de;
 constexpr uint32_t MO_MAGIC_SWAPPED = 0xde120495;
 // Header words: magic, revision, count, originals' table, translations' table.
 constexpr size_t MO_HEADER_WORDS = 5;
+// A table entry: a string's length and its offset in the file.
+constexpr size_t MO_ENTRY_BYTES = 8;
 
 struct Region {
   const char* prefix;
@@ -90,8 +93,8 @@ class Catalogue {
   }
   // A (length, offset) entry's string, or nothing if it lies outside the file.
   std::string_view Entry(size_t table, uint32_t i) const {
-    const size_t at = table + size_t{i} * 8;
-    if (at + 8 > data_.size()) return {};
+    if (table > data_.size() || i >= (data_.size() - table) / MO_ENTRY_BYTES) return {};
+    const size_t at = table + size_t{i} * MO_ENTRY_BYTES;
     const uint32_t length = Word(at), offset = Word(at + 4);
     if (offset > data_.size() || length >= data_.size() - offset) return {};
     return {data_.data() + offset, length};  // zero-terminated in the file
@@ -104,7 +107,9 @@ class Catalogue {
     } else if (magic != MO_MAGIC) {
       return;
     }
-    const uint32_t count = Word(8);
+    // No more entries than the file could hold, whatever the header says.
+    const uint32_t count =
+        static_cast<uint32_t>(std::min<size_t>(Word(8), data_.size() / MO_ENTRY_BYTES));
     const size_t originals = Word(12), translated = Word(16);
     for (uint32_t i = 0; i < count; ++i) {
       const std::string_view from = Entry(originals, i), to = Entry(translated, i);
