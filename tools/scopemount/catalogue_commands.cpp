@@ -79,7 +79,7 @@ void PrintModels(bool json) {
 void PrintCodes(bool json) {
   for (int32_t code : RESULT_CODES) {
     // The library has no text for success; say it plainly.
-    const std::string text = code == SCOPE_OK ? "OK" : ErrorMessage(code);
+    const std::string text = code == SCOPE_OK ? _("OK") : ErrorMessage(code);
     if (json) {
       std::printf("{\"code\":%d,\"message\":%s}\n", code, JsonString(text).c_str());
     } else {

@@ -398,7 +398,9 @@ void RunStop(Context& ctx, const std::optional<uint32_t>& axis) {
   if (axis) {
     const int32_t r = ScopeStopAxis(*axis);
     if (r != SCOPE_OK) return ctx.Fail(r, _("stopping axis ") + std::to_string(*axis));
-    ctx.output().Say(_("Stopped axis ") + std::to_string(*axis) + ".");
+    char text[64];
+    std::snprintf(text, sizeof text, _("Stopped axis %u."), static_cast<unsigned>(*axis));
+    ctx.output().Say(text);
     ctx.output().Json("{\"event\":\"stopped\",\"axis\":" + std::to_string(*axis) + "}");
   } else {
     const int32_t r = ctx.session().StopEverything();

@@ -44,7 +44,8 @@ void AddVersionFlag(CLI::App& app, bool json) {
           return "{\"program\":" + JsonString(ProgramVersion()) +
                  ",\"library\":" + JsonString(LibraryVersion()) + "}";
         }
-        return "scopemount " + ProgramVersion() + "\nlibrary libscopemount " + LibraryVersion();
+        return "scopemount " + ProgramVersion() + "\n" + _("library") + " libscopemount " +
+               LibraryVersion();
       },
       _("Show the versions of the program and of the library"));
 }
