@@ -88,7 +88,7 @@ TEST(Cli, OutputsOfCommandsInTextAndJson) {
       // The program's own texts follow the language too; JSON stays as it is.
       {{"stop"}, "已停止两轴和跟踪。\n空闲 ", "zh_CN.UTF-8"},
       {{"stop", "--axis", "0"}, "已停止軸 0", "zh_HK.UTF-8"},
-      {{"stop", "--help"}, "  --axis UINT:INT in [0 - 1]  只停止此轴：0（赤经/方位）或 1（赤纬/高度）\n",
+      {{"stop", "--help"}, "  --axis UINT:INT in [0 - 1]  只停止此轴：0（赤经/方位）或 1（赤纬/仰角）\n",
        "zh_CN.UTF-8"},
       {{"stop", "--help"}, "選項:\n  -h,--help                   顯示此說明訊息並結束\n", "zh_TW.UTF-8"},
       {{"--json", "status"}, "\"status\":{\"state\":\"idle\",", "zh_TW.UTF-8"},
