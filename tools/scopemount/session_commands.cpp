@@ -572,7 +572,8 @@ void ListStars(Context& ctx, const StarsOptions& o) {
   const UtcTime when = clock.Now();
   if (!ctx.options.json) {
     std::printf("%-16s %5s  %-10s %-9s  %-10s %-11s  %-12s %8s %8s\n", _("star"), _("mag"),
-                _("RA J2000"), _("Dec J2000"), _("RA of date"), _("Dec of date"), _("HA"), _("Az"), _("Alt"));
+                _("RA J2000"), _("Dec J2000"), _("RA of date"), _("Dec of date"), _("HA"), _("Az"),
+                _("Alt"));
   }
   for (const Star& star : BrightStars()) {
     const std::optional<ObservedPlace> place = Observe(star, site, when);
