@@ -9,7 +9,8 @@
 # "windows" the x86-64 mingw-w64 compilers (posix threads) and wine64.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ pkg-config binutils libcli11-dev liberfa-dev libedit-dev libbluetooth-dev)
+packages=(cmake ninja-build g++ pkg-config binutils gettext libcli11-dev liberfa-dev libedit-dev
+          libbluetooth-dev)
 for need in "${@:-build}"; do
   case "$need" in
     build) ;;

@@ -11,6 +11,7 @@
 #include "format.h"
 #include "scopemount.h"
 #include "sky.h"
+#include "text.h"
 #include "units.h"
 
 namespace scopemount::cli {
@@ -94,9 +95,8 @@ void PrintSiderealTimes(const SiderealTimeOptions& options, const SYSTEMTIME& lo
   // The library gives the mean value, not reduced into one turn.
   const double gmst = ScopeGetSiderealTime(local, offset, dst ? 1 : 0);
   const double gast = gmst + EquationOfTheEquinoxes(UtcOf(local, offset, dst));
-  const std::optional<double> longitude =
-      options.longitudeDegrees ? std::optional(*options.longitudeDegrees / DEGREES_PER_RADIAN)
-                               : std::nullopt;
+  const bool withLongitude = options.longitudeDegrees.has_value();
+  const double longitude = options.longitudeDegrees.value_or(0.0) / DEGREES_PER_RADIAN;
   char localTime[48];
   std::snprintf(localTime, sizeof localTime, "%04u-%02u-%02uT%02u:%02u:%02u.%03u", local.wYear,
                 local.wMonth, local.wDay, local.wHour, local.wMinute, local.wSecond,
@@ -108,23 +108,24 @@ void PrintSiderealTimes(const SiderealTimeOptions& options, const SYSTEMTIME& lo
     std::printf("{\"localTime\":\"%s\",\"utcOffsetHours\":%.2f,\"daylightSaving\":%s,"
                 "\"greenwichMeanHours\":%.9f,\"greenwichApparentHours\":%.9f",
                 localTime, offset, dst ? "true" : "false", hours(gmst), hours(gast));
-    if (longitude) {
+    if (withLongitude) {
       std::printf(",\"longitudeDegrees\":%.6f,\"localMeanHours\":%.9f,\"localApparentHours\":%.9f",
-                  *options.longitudeDegrees, hours(gmst + *longitude), hours(gast + *longitude));
+                  *options.longitudeDegrees, hours(gmst + longitude), hours(gast + longitude));
     }
     std::printf("}\n");
     return;
   }
-  std::printf("local time                        %s (UTC%+.2f h%s)\n", localTime, offset,
-              dst ? ", daylight saving" : "");
-  std::printf("Greenwich mean sidereal time      %s  (%.9f rad)\n", FormatHoursLong(gmst).c_str(),
+  std::printf(_("local time                        %s (UTC%+.2f h%s)\n"), localTime, offset,
+              dst ? _(", daylight saving") : "");
+  std::printf(_("Greenwich mean sidereal time      %s  (%.9f rad)\n"),
+              FormatHoursLong(gmst).c_str(),
               std::fmod(std::fmod(gmst, 2.0 * PI) + 2.0 * PI, 2.0 * PI));
-  std::printf("Greenwich apparent sidereal time  %s\n", FormatHoursLong(gast).c_str());
-  if (longitude) {
-    std::printf("local mean sidereal time          %s  (longitude %+.4f deg)\n",
-                FormatHoursLong(gmst + *longitude).c_str(), *options.longitudeDegrees);
-    std::printf("local apparent sidereal time      %s\n",
-                FormatHoursLong(gast + *longitude).c_str());
+  std::printf(_("Greenwich apparent sidereal time  %s\n"), FormatHoursLong(gast).c_str());
+  if (withLongitude) {
+    std::printf(_("local mean sidereal time          %s  (longitude %+.4f deg)\n"),
+                FormatHoursLong(gmst + longitude).c_str(), *options.longitudeDegrees);
+    std::printf(_("local apparent sidereal time      %s\n"),
+                FormatHoursLong(gast + longitude).c_str());
   }
 }
 
@@ -148,8 +149,8 @@ int PrintSiderealTime(const SiderealTimeOptions& options, bool json) {
     const std::optional<SYSTEMTIME> parsed = ParseLocalTime(options.at);
     if (!parsed) {
       std::fprintf(stderr,
-                   "scopemount: --at: '%s' is not a local time \"YYYY-MM-DD HH:MM[:SS[.mmm]]\" "
-                   "that exists\n",
+                   _("scopemount: --at: '%s' is not a local time \"YYYY-MM-DD HH:MM[:SS[.mmm]]\" "
+                   "that exists\n"),
                    options.at.c_str());
       return 2;
     }
@@ -166,15 +167,16 @@ void AddSiderealTimeCommand(CLI::App& app) {
   auto options = std::make_shared<SiderealTimeOptions>();
   CLI::App* command = app.add_subcommand(
       "sidereal-time",
-      "Greenwich mean and apparent sidereal time of a local time (default: now), and local "
-      "sidereal time with --longitude");
-  command->add_option("--at", options->at, "Local time, \"YYYY-MM-DD HH:MM[:SS[.mmm]]\"");
+      _("Greenwich mean and apparent sidereal time of a local time (default: now), and local "
+      "sidereal time with --longitude"));
+  command->add_option("--at", options->at, _("Local time, \"YYYY-MM-DD HH:MM[:SS[.mmm]]\""));
   command->add_option("--utc-offset", options->utcOffsetHours,
-                      "Local time minus UTC in hours (default: the system's)")
+                      _("Local time minus UTC in hours (default: the system's)"))
       ->check(NumberIn(-14.0, 14.0));
-  command->add_flag("--dst", options->daylightSaving, "Daylight saving is in force (adds an hour)");
+  command->add_flag("--dst", options->daylightSaving,
+                    _("Daylight saving is in force (adds an hour)"));
   command->add_option("--longitude", options->longitudeDegrees,
-                      "East longitude in degrees, to show local sidereal time too")
+                      _("East longitude in degrees, to show local sidereal time too"))
       ->check(NumberIn(-180.0, 180.0));
   command->callback([command, options] {
     // --json belongs to the whole program (it may follow the command).
@@ -191,20 +193,22 @@ void AddSeparationCommand(CLI::App& app) {
   };
   auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand(
-      "separation", "Great-circle angle between two positions (degrees unless --radians)");
-  command->add_option("LON1", options->lon1, "Longitude-like angle of the first position")
+      "separation", _("Great-circle angle between two positions (degrees unless --radians)"));
+  command->add_option("LON1", options->lon1, _("Longitude-like angle of the first position"))
       ->required()->check(AnyNumber());
-  command->add_option("LAT1", options->lat1, "Latitude-like angle of the first position")
+  command->add_option("LAT1", options->lat1, _("Latitude-like angle of the first position"))
       ->required()->check(AnyNumber());
-  command->add_option("LON2", options->lon2, "Longitude-like angle of the second position")
+  command->add_option("LON2", options->lon2, _("Longitude-like angle of the second position"))
       ->required()->check(AnyNumber());
-  command->add_option("LAT2", options->lat2, "Latitude-like angle of the second position")
+  command->add_option("LAT2", options->lat2, _("Latitude-like angle of the second position"))
       ->required()->check(AnyNumber());
-  command->add_flag("--radians", options->radians, "Angles in and out are radians");
+  command->add_flag("--radians", options->radians, _("Angles in and out are radians"));
   command->callback([options] {
     const double toRadians = options->radians ? 1.0 : PI / 180.0;
     for (double v : {options->lon1, options->lat1, options->lon2, options->lat2}) {
-      if (!std::isfinite(v)) throw CLI::ValidationError("separation", "angles must be finite numbers");
+      if (!std::isfinite(v)) {
+        throw CLI::ValidationError("separation", _("angles must be finite numbers"));
+      }
     }
     const double separation =
         ScopeAngularSeparation(options->lon1 * toRadians, options->lat1 * toRadians,

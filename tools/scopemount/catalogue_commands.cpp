@@ -54,8 +54,8 @@ const char* EmulatedProtocolOf(int32_t model) {
 // Every model has a driver: the simulators run on their own, the others on
 // a serial line (a real controller or its emulation).
 std::string HowToConnect(int32_t model) {
-  if (IsSimulator(model)) return "simulator, no --port";
-  return std::string("--port DEVICE (emulate ") + EmulatedProtocolOf(model) + ")";
+  if (IsSimulator(model)) return _("simulator, no --port");
+  return std::string(_("--port DEVICE (emulate ")) + EmulatedProtocolOf(model) + ")";
 }
 
 std::string ModelJson(int32_t model) {
@@ -79,7 +79,7 @@ void PrintModels(bool json) {
 void PrintCodes(bool json) {
   for (int32_t code : RESULT_CODES) {
     // The library has no text for success; say it plainly.
-    const std::string text = code == SCOPE_OK ? "OK" : ErrorMessage(code);
+    const std::string text = code == SCOPE_OK ? _("OK") : ErrorMessage(code);
     if (json) {
       std::printf("{\"code\":%d,\"message\":%s}\n", code, JsonString(text).c_str());
     } else {
@@ -92,12 +92,12 @@ void PrintCodes(bool json) {
 
 void AddModelsCommand(CLI::App& app, const GlobalOptions& options) {
   app.add_subcommand("models",
-                     "List the mount models (in the current language) and how to connect each")
+                     _("List the mount models (in the current language) and how to connect each"))
       ->callback([&options] { PrintModels(options.json); });
 }
 
 void AddCodesCommand(CLI::App& app, const GlobalOptions& options) {
-  app.add_subcommand("codes", "List the result codes and their messages")->callback([&options] {
+  app.add_subcommand("codes", _("List the result codes and their messages"))->callback([&options] {
     PrintCodes(options.json);
   });
 }

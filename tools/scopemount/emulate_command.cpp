@@ -14,6 +14,7 @@
 #include "emulated_line.h"
 #include "format.h"
 #include "session.h"
+#include "text.h"
 #include "emulated_protocols.h"
 #include "pty_host.h"
 
@@ -85,8 +86,8 @@ int Emulate(const EmulateOptions& options) {
   const emulation::EmulatedProtocol* protocol =
       emulation::FindEmulatedProtocol(options.protocol.c_str());
   if (protocol == nullptr) {
-    throw CLI::ValidationError("PROTOCOL", "unknown controller \"" + options.protocol +
-                                               "\" (scopemount emulate --list)");
+    throw CLI::ValidationError("PROTOCOL", _("unknown controller \"") + options.protocol +
+                                               _("\" (scopemount emulate --list)"));
   }
   emulation::WallClock clock;
   const std::unique_ptr<emulation::ControllerModel> model = protocol->makeModel();
@@ -104,12 +105,12 @@ int Emulate(const EmulateOptions& options) {
   std::signal(SIGTERM, RequestStop);
   emulation::PtyHost host(line);
   if (!host.Start()) {
-    std::fprintf(stderr, "No pseudo-terminal could be created.\n");
+    std::fputs(_("No pseudo-terminal could be created.\n"), stderr);
     return EXIT_LIBRARY_ERROR;
   }
   std::printf("%s\n", host.Path().c_str());
   std::fflush(stdout);
-  std::fprintf(stderr, "Serving the %s controller on %s; Ctrl-C or end of input stops.\n",
+  std::fprintf(stderr, _("Serving the %s controller on %s; Ctrl-C or end of input stops.\n"),
                protocol->name, host.Path().c_str());
   WaitForStop();
   host.Stop();
@@ -121,17 +122,20 @@ int Emulate(const EmulateOptions& options) {
 void AddEmulateCommand(CLI::App& app, const GlobalOptions& global) {
   auto options = std::make_shared<EmulateOptions>();
   CLI::App* command = app.add_subcommand(
-      "emulate", "Serve an emulated controller on a pseudo-terminal and print its path");
-  command->add_option("PROTOCOL", options->protocol, "Controller to emulate (see --list)");
-  command->add_flag("--list", options->list, "List the controllers that can be emulated");
-  command->add_flag("--echo", options->echo, "The line returns every byte sent");
-  command->add_flag("--silent", options->silent, "Fault: the controller never answers");
-  command->add_option("--late", options->lateMs, "Fault: every reply starts this many ms late");
-  command->add_option("--byte-gap", options->byteGapMs, "Fault: ms between two bytes of a reply");
-  command->add_option("--garbage", options->garbage, "Fault: these bytes come before each reply");
-  command->add_option("--truncate", options->truncateTo, "Fault: replies cut to this many bytes");
+      "emulate", _("Serve an emulated controller on a pseudo-terminal and print its path"));
+  command->add_option("PROTOCOL", options->protocol, _("Controller to emulate (see --list)"));
+  command->add_flag("--list", options->list, _("List the controllers that can be emulated"));
+  command->add_flag("--echo", options->echo, _("The line returns every byte sent"));
+  command->add_flag("--silent", options->silent, _("Fault: the controller never answers"));
+  command->add_option("--late", options->lateMs, _("Fault: every reply starts this many ms late"));
+  command->add_option("--byte-gap", options->byteGapMs,
+                      _("Fault: ms between two bytes of a reply"));
+  command->add_option("--garbage", options->garbage,
+                      _("Fault: these bytes come before each reply"));
+  command->add_option("--truncate", options->truncateTo,
+                      _("Fault: replies cut to this many bytes"));
   command->add_option("--stop-after", options->stopAfter,
-                      "Fault: the controller goes quiet after this many commands");
+                      _("Fault: the controller goes quiet after this many commands"));
   command->callback([options, &global] {
     if (options->list) {
       if (global.json) {
@@ -142,7 +146,7 @@ void AddEmulateCommand(CLI::App& app, const GlobalOptions& global) {
       return;
     }
     if (options->protocol.empty()) {
-      throw CLI::ValidationError("PROTOCOL", "name a controller to emulate (see --list)");
+      throw CLI::ValidationError("PROTOCOL", _("name a controller to emulate (see --list)"));
     }
     const int status = Emulate(*options);
     if (status != 0) throw CLI::RuntimeError(status);

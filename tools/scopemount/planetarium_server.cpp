@@ -14,6 +14,8 @@
 #include <cstring>
 #include <utility>
 
+#include "text.h"
+
 namespace scopemount::cli::planetarium {
 
 namespace {
@@ -35,7 +37,8 @@ constexpr int LISTEN_BACKLOG = 64;
 bool ClosedByPeer(int error) { return error == EPIPE || error == ECONNRESET; }
 
 const char* ClosedReason(const MessageReader& reader) {
-  return reader.midMessage() ? "closed in the middle of a message" : "closed by the client";
+  return reader.midMessage() ? _("closed in the middle of a message")
+                             : _("closed by the client");
 }
 
 std::string PeerName(const sockaddr_storage& address) {
@@ -74,7 +77,7 @@ std::string Server::Listen(const std::string& host, uint16_t port) {
   const int looked = getaddrinfo(host.empty() ? "127.0.0.1" : host.c_str(), service.c_str(),
                                  &hints, &found);
   if (looked != 0) return host + ": " + gai_strerror(looked);
-  std::string failure = "no address for " + host;
+  std::string failure = _("no address for ") + host;
   for (addrinfo* a = found; a != nullptr; a = a->ai_next) {
     const int fd = socket(a->ai_family, a->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC,
                           a->ai_protocol);
@@ -127,7 +130,7 @@ void Server::AcceptClients() {
     const std::string peer = PeerName(address);
     if (clients_.size() >= MAX_CLIENTS) {
       close(fd);
-      if (handlers_.clientWent) handlers_.clientWent(peer, "too many clients");
+      if (handlers_.clientWent) handlers_.clientWent(peer, _("too many clients"));
       continue;
     }
     // Positions are small and should leave at once.
@@ -157,7 +160,7 @@ void Server::ReadFrom(Client& client) {
     if (ClosedByPeer(errno)) {
       client.dropReason = ClosedReason(client.reader);
     } else if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
-      client.dropReason = std::string("connection lost: ") + std::strerror(errno);
+      client.dropReason = std::string(_("connection lost: ")) + std::strerror(errno);
     }
     return;
   }
@@ -166,7 +169,7 @@ void Server::ReadFrom(Client& client) {
       std::span<const uint8_t>(buffer, static_cast<size_t>(n)), [this, &peer](const Goto& m) {
         if (handlers_.gotoReceived) handlers_.gotoReceived(peer, m);
       });
-  if (!framed) client.dropReason = "sent a message shorter than its header";
+  if (!framed) client.dropReason = _("sent a message shorter than its header");
 }
 
 void Server::Send(int id, std::span<const uint8_t> message) {
@@ -183,7 +186,7 @@ void Server::Broadcast(std::span<const uint8_t> message) {
 void Server::Queue(Client& client, std::span<const uint8_t> message) {
   if (!client.dropReason.empty()) return;
   if (client.outbox.size() + message.size() > MAX_OUTBOX) {
-    client.dropReason = "not reading its positions";
+    client.dropReason = _("not reading its positions");
     return;
   }
   client.outbox.insert(client.outbox.end(), message.begin(), message.end());
@@ -199,7 +202,7 @@ void Server::Flush(Client& client) {
   } else if (n < 0 && ClosedByPeer(errno)) {
     client.dropReason = ClosedReason(client.reader);
   } else if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
-    client.dropReason = std::string("connection lost: ") + std::strerror(errno);
+    client.dropReason = std::string(_("connection lost: ")) + std::strerror(errno);
   }
 }
 

@@ -107,7 +107,7 @@ class PlanetariumTelescope {
   void Goto(const std::string& peer, const pp::Goto& message) {
     const double ra = pp::RightAscensionRadians(message.rightAscension);
     const double dec = pp::DeclinationRadians(message.declination);
-    const std::string where = Place(ra, dec) + " (" + EquinoxName() + ") from " + peer;
+    const std::string where = Place(ra, dec) + " (" + EquinoxName() + ")" + _(" from ") + peer;
     const std::string target = "\"target\":{\"frame\":\"" + std::string(EquinoxName()) +
                                "\",\"rightAscension\":" + JsonNumber(ra * HOURS_PER_RADIAN) +
                                ",\"declination\":" + JsonNumber(dec * DEGREES_PER_RADIAN) + "}";
@@ -122,7 +122,7 @@ class PlanetariumTelescope {
               ? ", " + AltitudeLimitNote(AltitudeOf(observed->first, observed->second,
                                                     session_.site()))
               : "";
-      Event("GOTO refused: " + where + limits + ": " + ErrorMessage(r) + " (" +
+      Event(_("GOTO refused: ") + where + limits + ": " + ErrorMessage(r) + " (" +
                 std::to_string(r) + ")",
             "{\"event\":\"goto-refused\",\"code\":" + std::to_string(r) + "," + target + "}");
       return;
@@ -130,7 +130,7 @@ class PlanetariumTelescope {
     target_ = {ra, dec};
     slewStart_ = Clock::now();
     sawSlewing_ = false;
-    Event("GOTO started: " + where, "{\"event\":\"goto-started\"," + target + "}");
+    Event(_("GOTO started: ") + where, "{\"event\":\"goto-started\"," + target + "}");
   }
 
   // Reads the mount; the position in the client's frame, or the library's
@@ -189,10 +189,11 @@ class PlanetariumTelescope {
     const double off =
         ScopeAngularSeparation(place.first, place.second, target_->first, target_->second);
     char detail[64];
-    std::snprintf(detail, sizeof detail, " (%.1f\" from the target)", off * ARCSECONDS_PER_RADIAN);
-    Event(std::string("GOTO arrived: ") + Place(place.first, place.second) + " (" +
+    std::snprintf(detail, sizeof detail, _(" (%.1f\" from the target)"),
+                  off * ARCSECONDS_PER_RADIAN);
+    Event(std::string(_("GOTO arrived: ")) + Place(place.first, place.second) + " (" +
               EquinoxName() + ")" + detail + ", " +
-              StateName(state),
+              StateText(state),
           "{\"event\":\"goto-arrived\",\"offArcsec\":" +
               std::to_string(off * ARCSECONDS_PER_RADIAN) + "}");
     target_.reset();
@@ -210,7 +211,7 @@ int RunServe(GlobalOptions& globals, const ServeOptions& o) {
   Output output(globals.json);
   const std::optional<ListenAddress> address = ParseListenAddress(o.listen);
   if (!address) {
-    output.Failure("--listen expects ADDRESS:PORT, got '" + o.listen + "'");
+    output.Failure(_("--listen expects ADDRESS:PORT, got '") + o.listen + "'");
     return EXIT_USAGE;
   }
   Session session(globals, output);
@@ -222,15 +223,15 @@ int RunServe(GlobalOptions& globals, const ServeOptions& o) {
   std::unique_ptr<pp::Server> server;
   pp::ServerHandlers handlers;
   handlers.clientCame = [&](int client, const std::string& peer) {
-    telescope.Event("Client " + peer + " came (" + std::to_string(server->clientCount()) +
-                        " connected)",
+    telescope.Event(_("Client ") + peer + _(" came (") + std::to_string(server->clientCount()) +
+                        _(" connected)"),
                     "{\"event\":\"client-came\",\"peer\":\"" + peer + "\"}");
     // The newcomer learns where the telescope points at once.
     if (mountState == SCOPE_OK) server->Send(client, pp::Encode(position));
   };
   handlers.clientWent = [&](const std::string& peer, const std::string& why) {
-    telescope.Event("Client " + peer + " went: " + why + " (" +
-                        std::to_string(server->clientCount()) + " connected)",
+    telescope.Event(_("Client ") + peer + _(" went: ") + why + " (" +
+                        std::to_string(server->clientCount()) + _(" connected)"),
                     "{\"event\":\"client-went\",\"peer\":\"" + peer + "\"}");
   };
   handlers.gotoReceived = [&](const std::string& peer, const pp::Goto& message) {
@@ -239,11 +240,11 @@ int RunServe(GlobalOptions& globals, const ServeOptions& o) {
   server = std::make_unique<pp::Server>(handlers);
   const std::string failure = server->Listen(address->host, address->port);
   if (!failure.empty()) {
-    output.Failure("cannot listen on " + o.listen + ": " + failure);
+    output.Failure(_("cannot listen on ") + o.listen + ": " + failure);
     return EXIT_USAGE;
   }
-  telescope.Event("Listening on " + server->address() + " (" +
-                      (o.equinox == Equinox::J2000 ? "J2000" : "JNow") + "); Ctrl-C stops",
+  telescope.Event(_("Listening on ") + server->address() + " (" +
+                      (o.equinox == Equinox::J2000 ? "J2000" : "JNow") + _("); Ctrl-C stops"),
                   "{\"event\":\"listening\",\"address\":\"" + server->address() + "\"}");
 
   const auto interval = std::chrono::duration_cast<Clock::duration>(
@@ -258,8 +259,8 @@ int RunServe(GlobalOptions& globals, const ServeOptions& o) {
     mountState = telescope.Read(&position);
     if (mountState != SCOPE_OK) {
       // Without the telescope there is nothing to serve.
-      output.Failure(mountState, "reading the mount");
-      server->CloseAll("the telescope stopped answering");
+      output.Failure(mountState, _("reading the mount"));
+      server->CloseAll(_("the telescope stopped answering"));
       exitStatus = EXIT_LIBRARY_ERROR;
       break;
     }
@@ -267,8 +268,8 @@ int RunServe(GlobalOptions& globals, const ServeOptions& o) {
   }
   if (interrupted) {
     session.StopBothAxes();
-    server->CloseAll("the server is stopping");
-    telescope.Event("Stopped the axes.", "{\"event\":\"stopped\"}");
+    server->CloseAll(_("the server is stopping"));
+    telescope.Event(_("Stopped the axes."), "{\"event\":\"stopped\"}");
   }
   session.Disconnect();
   return exitStatus;
@@ -279,14 +280,16 @@ int RunServe(GlobalOptions& globals, const ServeOptions& o) {
 void AddServeCommand(CLI::App& app, GlobalOptions& options, int& exitStatus) {
   auto o = std::make_shared<ServeOptions>();
   CLI::App* c = app.add_subcommand(
-      "serve", "Let a planetarium program drive the mount over TCP (its telescope protocol)");
+      "serve", _("Let a planetarium program drive the mount over TCP (its telescope protocol)"));
   c->add_option("--listen", o->listen,
-                "ADDRESS:PORT to listen on (default 127.0.0.1:10001, loopback only)");
-  c->add_option("--equinox", o->equinox, "Coordinates the clients send: j2000 (default) or jnow")
+                _("ADDRESS:PORT to listen on (default 127.0.0.1:10001, loopback only)"));
+  c->add_option("--equinox", o->equinox,
+                _("Coordinates the clients send: j2000 (default) or jnow"))
       ->transform(CLI::CheckedTransformer(
           std::map<std::string, Equinox>{{"j2000", Equinox::J2000}, {"jnow", Equinox::JNow}},
           CLI::ignore_case));
-  c->add_option("--interval", o->interval, "Seconds between position updates (default 0.25)")
+  c->add_option("--interval", o->interval,
+                _("Seconds between position updates (default 0.25)"))
       ->check(NumberIn(MIN_UPDATE_INTERVAL_S, MAX_UPDATE_INTERVAL_S));
   c->callback([&options, &exitStatus, o] { exitStatus = RunServe(options, *o); });
 }

@@ -139,6 +139,21 @@ const char* StateName(uint32_t state) {
   }
 }
 
+const char* StateText(uint32_t state) {
+  switch (state) {
+    case SCOPE_STATE_IDLE:
+      return _("idle");
+    case SCOPE_STATE_TRACKING:
+      return _("tracking");
+    case SCOPE_STATE_SLEWING:
+      return _("slewing");
+    case SCOPE_STATE_MOVING:
+      return _("moving");
+    default:
+      return _("unknown");
+  }
+}
+
 // ---------------------------------------------------------------------------
 // Output
 
@@ -235,11 +250,12 @@ bool IsSimulator(int32_t model) {
 int32_t Session::Connect() {
   if (connected_) return SCOPE_OK;
   if (!options_.port.empty() && IsSimulator(options_.model)) {
-    output_.Warning("--port " + options_.port + " is ignored: the simulators need no serial line");
+    output_.Warning("--port " + options_.port +
+                    _(" is ignored: the simulators need no serial line"));
   } else if (!options_.port.empty()) {
     const int32_t bound = ScopeSetPortPath(PORT_FOR_PATH, options_.port.c_str());
     if (bound != SCOPE_OK) {
-      output_.Failure(bound, "port " + options_.port);
+      output_.Failure(bound, _("port ") + options_.port);
       return bound;
     }
     ScopeSetComPort(PORT_FOR_PATH);
@@ -248,13 +264,13 @@ int32_t Session::Connect() {
   const int32_t r = ScopeConnect(options_.model, here.latitude, here.elevation);
   if (r != SCOPE_OK) {
     const bool noPort = options_.port.empty() && !IsSimulator(options_.model);
-    output_.Failure(r, "connecting " + ModelName(options_.model) +
-                           (noPort ? " (no --port given)" : ""));
+    output_.Failure(r, _("connecting ") + ModelName(options_.model) +
+                           (noPort ? _(" (no --port given)") : ""));
     return r;
   }
   connected_ = true;
   char text[160];
-  std::snprintf(text, sizeof text, "Connected: %s at %.4f%s %.4f%s, %.0f m",
+  std::snprintf(text, sizeof text, _("Connected: %s at %.4f%s %.4f%s, %.0f m"),
                 ModelName(options_.model).c_str(), std::fabs(options_.latitudeDeg),
                 options_.latitudeDeg < 0 ? " S" : " N", std::fabs(options_.longitudeDeg),
                 options_.longitudeDeg < 0 ? " W" : " E", options_.elevation);
@@ -271,7 +287,7 @@ int32_t Session::Connect() {
       output_.Failure(loaded, options_.loadFile);
       return loaded;
     }
-    output_.Say("Alignment restored from " + options_.loadFile);
+    output_.Say(_("Alignment restored from ") + options_.loadFile);
   }
   return SCOPE_OK;
 }
@@ -280,7 +296,7 @@ void Session::Disconnect() {
   if (!connected_) return;
   ScopeDisconnect();
   connected_ = false;
-  output_.Say("Disconnected.");
+  output_.Say(_("Disconnected."));
   output_.Json("{\"event\":\"disconnected\"}");
 }
 
@@ -294,8 +310,8 @@ int32_t Session::ReadStatus(MountStatus* status) const {
 
 std::string Session::StatusText(const MountStatus& s) const {
   char text[200];
-  std::snprintf(text, sizeof text, "%-8s axes %9s %9s  HA %s Dec %s  Az %8s Alt %8s",
-                StateName(s.state), FormatDegrees(s.axes[0]).c_str(),
+  std::snprintf(text, sizeof text, _("%-8s axes %9s %9s  HA %s Dec %s  Az %8s Alt %8s"),
+                StateText(s.state), FormatDegrees(s.axes[0]).c_str(),
                 FormatDegrees(s.axes[1]).c_str(), FormatHourAngle(s.sky[0]).c_str(),
                 FormatSignedDegrees(s.sky[1]).c_str(),
                 FormatDegrees(AzimuthFromNorth(s.horizontal[0])).c_str(),
@@ -305,10 +321,11 @@ std::string Session::StatusText(const MountStatus& s) const {
 
 std::vector<LiveField> Session::StatusFields(const MountStatus& s) const {
   // Where the sky is matters most while slewing, the raw axes least.
-  return {{StateName(s.state), 9},
-          {"Az " + FormatDegrees(s.horizontal[0]) + " Alt " + FormatDegrees(s.horizontal[1]), 7},
-          {"HA " + FormatHours(s.sky[0]) + " Dec " + FormatSignedDegrees(s.sky[1]), 5},
-          {"axes " + FormatDegrees(s.axes[0]) + " " + FormatDegrees(s.axes[1]), 3}};
+  return {{StateText(s.state), 9},
+          {_("Az ") + FormatDegrees(s.horizontal[0]) + _(" Alt ") + FormatDegrees(s.horizontal[1]),
+           7},
+          {_("HA ") + FormatHours(s.sky[0]) + _(" Dec ") + FormatSignedDegrees(s.sky[1]), 5},
+          {_("axes ") + FormatDegrees(s.axes[0]) + " " + FormatDegrees(s.axes[1]), 3}};
 }
 
 std::string Session::StatusJson(const MountStatus& s) const {
@@ -348,7 +365,7 @@ int32_t Session::WaitForSlew(const std::function<double()>& distanceToGo) {
     const int32_t r = ReadStatus(&status);
     if (r != SCOPE_OK) return r;
     const double toGo = distanceToGo();
-    const std::string toGoText = "to go " + FormatDegrees(toGo);
+    const std::string toGoText = _("to go ") + FormatDegrees(toGo);
     std::vector<LiveField> live = StatusFields(status);
     live.insert(live.begin() + 1, LiveField{toGoText, 8});
     output_.Progress(StatusText(status) + "  " + toGoText, live,
@@ -363,7 +380,7 @@ int32_t Session::WaitForSlew(const std::function<double()>& distanceToGo) {
     }
     if (SecondsSince(start) > SLEW_WAIT_LIMIT_S) {
       StopBothAxes();
-      output_.Say("The mount did not arrive in time; stopped it.");
+      output_.Say(_("The mount did not arrive in time; stopped it."));
       return SCOPE_AXIS_BUSY;
     }
     std::this_thread::sleep_for(POLL_INTERVAL);
@@ -384,7 +401,7 @@ int32_t Session::Watch(double seconds, const std::function<double()>& offset) {
       const double off = offset();
       char when[32];
       std::snprintf(when, sizeof when, "t+%4.1fs ", elapsed);
-      output_.Say(std::string(when) + StatusText(status) + "  off " + Arcseconds(off));
+      output_.Say(std::string(when) + StatusText(status) + _("  off ") + Arcseconds(off));
       output_.Json("{\"event\":\"tracking\",\"t\":" + JsonNumber(elapsed) +
                    ",\"status\":" + StatusJson(status) +
                    ",\"offArcsec\":" + JsonNumber(off * DEGREES_PER_RADIAN * 3600.0) + "}");

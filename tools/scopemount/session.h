@@ -40,7 +40,9 @@ struct MountStatus {
   double horizontal[2] = {0, 0};  // azimuth, altitude
 };
 
+// The state as JSON names it, and as the user reads it.
 const char* StateName(uint32_t state);
+const char* StateText(uint32_t state);
 // Models 6 and 7 run without hardware.
 bool IsSimulator(int32_t model);
 

@@ -61,7 +61,7 @@ constexpr const char* OF_DATE = "of date";
 
 std::string RaDecText(double rightAscension, double declination, const char* frame) {
   return "RA " + FormatHours(rightAscension) + " Dec " + FormatSignedDegrees(declination) + " (" +
-         frame + ")";
+         (frame == OF_DATE ? _("of date") : frame) + ")";
 }
 
 std::string RaDecJson(double rightAscension, double declination) {
@@ -163,7 +163,7 @@ Pointing PointingOf(const Target& target, const MountStatus& status, const Site&
 
 std::string PointingText(const Target& target, const MountStatus& status, const Site& site) {
   const Pointing p = PointingOf(target, status, site);
-  std::string text = "Pointing at " + RaDecText(p.ofDate[0], p.ofDate[1], OF_DATE);
+  std::string text = _("Pointing at ") + RaDecText(p.ofDate[0], p.ofDate[1], OF_DATE);
   if (p.j2000) text += ", " + RaDecText(p.j2000->first, p.j2000->second, J2000);
   return text;
 }
@@ -203,17 +203,17 @@ void GotoAndTrack(Context& ctx, Target target, double trackSeconds) {
       break;
   }
   if (r != SCOPE_OK) return ctx.Fail(r, "GOTO " + target.description);
-  session.output().Say("Slewing to " + target.description + " ...");
+  session.output().Say(_("Slewing to ") + target.description + _(" ..."));
   session.output().Json("{\"event\":\"goto\",\"description\":" + JsonString(target.description) +
                         ",\"target\":" + target.json + "}");
   r = session.WaitForSlew([&target] { return DistanceToGo(target); });
   if (r != SCOPE_OK) return ctx.Fail(r, "GOTO " + target.description);
   MountStatus status;
-  if ((r = session.ReadStatus(&status)) != SCOPE_OK) return ctx.Fail(r, "reading the mount");
+  if ((r = session.ReadStatus(&status)) != SCOPE_OK) return ctx.Fail(r, _("reading the mount"));
   char off[64];
-  std::snprintf(off, sizeof off, "  (%.1f\" from the target)",
+  std::snprintf(off, sizeof off, _("  (%.1f\" from the target)"),
                 DistanceToGo(target) * DEGREES_PER_RADIAN * 3600.0);
-  session.output().Say("Arrived: " + session.StatusText(status) + off);
+  session.output().Say(_("Arrived: ") + session.StatusText(status) + off);
   session.output().Json("{\"event\":\"arrived\",\"status\":" + session.StatusJson(status) +
                         PointingJson(target, status, session.site()) + "}");
   if (!target.frame.empty()) session.output().Say(PointingText(target, status, session.site()));
@@ -226,9 +226,10 @@ void GotoAndTrack(Context& ctx, Target target, double trackSeconds) {
     target.skyNow = FixedOnSky(sky[0], sky[1]);
     ScopeSetTracking(1);
   }
-  session.output().Say("Tracking for " + std::to_string(static_cast<int>(trackSeconds)) + " s ...");
+  session.output().Say(_("Tracking for ") + std::to_string(static_cast<int>(trackSeconds)) +
+                       _(" s ..."));
   r = session.Watch(trackSeconds, [&target] { return SkyOffset(target); });
-  if (r != SCOPE_OK) ctx.Fail(r, "tracking");
+  if (r != SCOPE_OK) ctx.Fail(r, _("tracking"));
 }
 
 // --- goto ------------------------------------------------------------------
@@ -249,7 +250,7 @@ bool ReadClock(Context& ctx, const std::string& at, double dut1, SkyClock* clock
     std::string problem;
     moment = ParseUtc(at, &problem);
     if (!moment) {
-      ctx.UsageError("--at: " + problem);
+      ctx.UsageError(_("--at: ") + problem);
       return false;
     }
   }
@@ -280,16 +281,16 @@ void RunGoto(Context& ctx, const GotoOptions& o) {
   const int given = !o.star.empty() + !o.radec.empty() + !o.hadec.empty() + !o.altaz.empty() +
                     !o.axes.empty();
   if (given != 1) {
-    return ctx.UsageError("goto needs exactly one of --star, --radec, --hadec, --altaz, --axes");
+    return ctx.UsageError(_("goto needs exactly one of --star, --radec, --hadec, --altaz, --axes"));
   }
-  if (o.ofDate && o.radec.empty()) return ctx.UsageError("--of-date goes with --radec");
+  if (o.ofDate && o.radec.empty()) return ctx.UsageError(_("--of-date goes with --radec"));
   Target target;
   if (!ReadClock(ctx, o.at, o.dut1, &target.clock)) return;
   const Site site = ctx.session().site();
   if (!o.star.empty()) {
     const Star* star = FindStar(o.star);
     if (star == nullptr) {
-      return ctx.UsageError("unknown star '" + o.star + "' (scopemount stars lists them)");
+      return ctx.UsageError(_("unknown star '") + o.star + _("' (scopemount stars lists them)"));
     }
     target.description = star->name;
     target.frame = J2000;
@@ -348,29 +349,29 @@ void RunGoto(Context& ctx, const GotoOptions& o) {
 }
 
 void AddPlanningOptions(CLI::App& c, std::string& at, double& dut1) {
-  c.add_option("--at", at, "Plan for this UTC moment (ISO 8601, e.g. 2026-03-01T20:00:00Z)");
-  c.add_option("--dut1", dut1, "UT1-UTC in seconds, where known (default 0)")
+  c.add_option("--at", at, _("Plan for this UTC moment (ISO 8601, e.g. 2026-03-01T20:00:00Z)"));
+  c.add_option("--dut1", dut1, _("UT1-UTC in seconds, where known (default 0)"))
       ->check(NumberIn(-0.9, 0.9));
 }
 
 void AddGoto(CLI::App& app, Context& ctx) {
   auto o = std::make_shared<GotoOptions>();
-  CLI::App* c = app.add_subcommand("goto", "Slew to a star or a position, then track");
-  c->add_option("--star", o->star, "A bright star by name (see `stars`)");
+  CLI::App* c = app.add_subcommand("goto", _("Slew to a star or a position, then track"));
+  c->add_option("--star", o->star, _("A bright star by name (see `stars`)"));
   c->add_option("--radec", o->radec,
-                "Right ascension (0 to 24 hours) and declination (degrees), J2000 unless "
-                "--of-date")
+                _("Right ascension (0 to 24 hours) and declination (degrees), J2000 unless "
+                "--of-date"))
       ->expected(2)->allow_extra_args(false);
-  c->add_flag("--of-date", o->ofDate, "--radec is an apparent place of date, not J2000");
-  c->add_option("--hadec", o->hadec, "Hour angle (-12 to +12 hours) and declination (degrees)")
+  c->add_flag("--of-date", o->ofDate, _("--radec is an apparent place of date, not J2000"));
+  c->add_option("--hadec", o->hadec, _("Hour angle (-12 to +12 hours) and declination (degrees)"))
       ->expected(2)->allow_extra_args(false);
   c->add_option("--altaz", o->altaz,
-                "Azimuth (0 to 360 degrees from north through east) and altitude (degrees)")
+                _("Azimuth (0 to 360 degrees from north through east) and altitude (degrees)"))
       ->expected(2)->allow_extra_args(false);
-  c->add_option("--axes", o->axes, "Axis 0 and axis 1 angles (degrees)")
+  c->add_option("--axes", o->axes, _("Axis 0 and axis 1 angles (degrees)"))
       ->expected(2)->allow_extra_args(false);
   AddPlanningOptions(*c, o->at, o->dut1);
-  c->add_option("--track", o->track, "Keep tracking this many seconds after arriving")
+  c->add_option("--track", o->track, _("Keep tracking this many seconds after arriving"))
       ->check(NumberIn(0.0, 86400.0));
   c->callback([&ctx, o] { RunGoto(ctx, *o); });
 }
@@ -380,13 +381,13 @@ void AddGoto(CLI::App& app, Context& ctx) {
 void ShowStatus(Context& ctx) {
   MountStatus status;
   const int32_t r = ctx.session().ReadStatus(&status);
-  if (r != SCOPE_OK) return ctx.Fail(r, "reading the mount");
+  if (r != SCOPE_OK) return ctx.Fail(r, _("reading the mount"));
   ctx.output().Say(ctx.session().StatusText(status));
   ctx.output().Json("{\"event\":\"status\",\"status\":" + ctx.session().StatusJson(status) + "}");
 }
 
 void AddStatus(CLI::App& app, Context& ctx) {
-  app.add_subcommand("status", "Show where the mount points and what it does")
+  app.add_subcommand("status", _("Show where the mount points and what it does"))
       ->callback([&ctx] {
         if (ctx.Connected()) ShowStatus(ctx);
       });
@@ -396,13 +397,15 @@ void RunStop(Context& ctx, const std::optional<uint32_t>& axis) {
   if (!ctx.Connected()) return;
   if (axis) {
     const int32_t r = ScopeStopAxis(*axis);
-    if (r != SCOPE_OK) return ctx.Fail(r, "stopping axis " + std::to_string(*axis));
-    ctx.output().Say("Stopped axis " + std::to_string(*axis) + ".");
+    if (r != SCOPE_OK) return ctx.Fail(r, _("stopping axis ") + std::to_string(*axis));
+    char text[64];
+    std::snprintf(text, sizeof text, _("Stopped axis %u."), static_cast<unsigned>(*axis));
+    ctx.output().Say(text);
     ctx.output().Json("{\"event\":\"stopped\",\"axis\":" + std::to_string(*axis) + "}");
   } else {
     const int32_t r = ctx.session().StopEverything();
-    if (r != SCOPE_OK) return ctx.Fail(r, "stopping");
-    ctx.output().Say("Stopped both axes and tracking.");
+    if (r != SCOPE_OK) return ctx.Fail(r, _("stopping"));
+    ctx.output().Say(_("Stopped both axes and tracking."));
     ctx.output().Json("{\"event\":\"stopped\",\"axis\":\"both\",\"tracking\":false}");
   }
   ShowStatus(ctx);
@@ -410,8 +413,8 @@ void RunStop(Context& ctx, const std::optional<uint32_t>& axis) {
 
 void AddStop(CLI::App& app, Context& ctx) {
   auto axis = std::make_shared<std::optional<uint32_t>>();
-  CLI::App* c = app.add_subcommand("stop", "Stop both axes and tracking (or one axis)");
-  c->add_option("--axis", *axis, "Stop only this axis: 0 (RA/azimuth) or 1 (Dec/altitude)")
+  CLI::App* c = app.add_subcommand("stop", _("Stop both axes and tracking (or one axis)"));
+  c->add_option("--axis", *axis, _("Stop only this axis: 0 (RA/azimuth) or 1 (Dec/altitude)"))
       ->check(CLI::Range(0, 1));
   c->callback([&ctx, axis] { RunStop(ctx, *axis); });
 }
@@ -425,22 +428,22 @@ struct MoveOptions {
 void RunMove(Context& ctx, const MoveOptions& o) {
   if (!ctx.Connected()) return;
   const int32_t r = ScopeMoveAxis(o.axis, o.rate / DEGREES_PER_RADIAN);
-  if (r != SCOPE_OK) return ctx.Fail(r, "moving axis " + std::to_string(o.axis));
+  if (r != SCOPE_OK) return ctx.Fail(r, _("moving axis ") + std::to_string(o.axis));
   const int32_t watched = ctx.session().Watch(o.seconds, [] { return 0.0; });
   ScopeStopAxis(o.axis);
-  if (watched != SCOPE_OK) return ctx.Fail(watched, "moving");
+  if (watched != SCOPE_OK) return ctx.Fail(watched, _("moving"));
   ShowStatus(ctx);
 }
 
 void AddMove(CLI::App& app, Context& ctx) {
   auto o = std::make_shared<MoveOptions>();
-  CLI::App* c = app.add_subcommand("move", "Run one axis at a rate for a while, then stop it");
-  c->add_option("AXIS", o->axis, "0 (RA/azimuth) or 1 (Dec/altitude)")
+  CLI::App* c = app.add_subcommand("move", _("Run one axis at a rate for a while, then stop it"));
+  c->add_option("AXIS", o->axis, _("0 (RA/azimuth) or 1 (Dec/altitude)"))
       ->required()
       ->check(WholeNumberIn(0, 1));
-  c->add_option("RATE", o->rate, "Degrees per second, signed")->required()->check(
+  c->add_option("RATE", o->rate, _("Degrees per second, signed"))->required()->check(
       NumberIn(-10.0, 10.0));
-  c->add_option("--for", o->seconds, "Seconds to run (default 3)")->check(NumberIn(0.0, 3600.0));
+  c->add_option("--for", o->seconds, _("Seconds to run (default 3)"))->check(NumberIn(0.0, 3600.0));
   c->callback([&ctx, o] { RunMove(ctx, *o); });
 }
 
@@ -450,16 +453,16 @@ bool WriteRecord(Context& ctx, const std::string& path) {
   unsigned char record[SCOPE_ALIGNMENT_RECORD_SIZE] = {};
   const int32_t size = ScopeGetAlignmentData(record);
   if (size != SCOPE_ALIGNMENT_RECORD_SIZE) {
-    ctx.Fail(size, "reading the alignment");
+    ctx.Fail(size, _("reading the alignment"));
     return false;
   }
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out.write(reinterpret_cast<const char*>(record), sizeof record);
   if (!out) {
-    ctx.UsageError("cannot write " + path);
+    ctx.UsageError(_("cannot write ") + path);
     return false;
   }
-  ctx.output().Say("Alignment saved to " + path);
+  ctx.output().Say(_("Alignment saved to ") + path);
   return true;
 }
 
@@ -474,11 +477,13 @@ Target StarTarget(const Star& star, const Site& site) {
 }
 
 void RunAlign(Context& ctx, const std::vector<std::string>& names, const std::string& save) {
-  if (names.empty() || names.size() > 3) return ctx.UsageError("align takes one to three --star");
+  if (names.empty() || names.size() > 3) {
+    return ctx.UsageError(_("align takes one to three --star"));
+  }
   std::vector<const Star*> stars;
   for (const std::string& name : names) {
     const Star* star = FindStar(name);
-    if (star == nullptr) return ctx.UsageError("unknown star '" + name + "'");
+    if (star == nullptr) return ctx.UsageError(_("unknown star '") + name + "'");
     stars.push_back(star);
   }
   if (!ctx.Connected()) return;
@@ -492,26 +497,26 @@ void RunAlign(Context& ctx, const std::vector<std::string>& names, const std::st
     const auto [ha, dec] = target.skyNow();
     double axes[2];
     const int32_t r = ScopeGetAxisPositions(axes);
-    if (r != SCOPE_OK) return ctx.Fail(r, "reading the axes");
+    if (r != SCOPE_OK) return ctx.Fail(r, _("reading the axes"));
     double* o = observations[i];
     o[0] = ha;
     o[1] = dec;
     o[2] = axes[0];
     o[3] = axes[1];
-    ctx.output().Say(std::string("Centred ") + stars[i]->name);
+    ctx.output().Say(std::string(_("Centred ")) + stars[i]->name);
   }
   int32_t r = SCOPE_OK;
   if (stars.size() == 1) r = ScopeAlignOneStar(observations[0]);
   if (stars.size() == 2) r = ScopeAlignTwoStars(observations[0], observations[1]);
   if (stars.size() == 3) r = ScopeAlignThreeStars(observations[0], observations[1], observations[2]);
-  if (r != SCOPE_OK) return ctx.Fail(r, "aligning");
+  if (r != SCOPE_OK) return ctx.Fail(r, _("aligning"));
   double misalignment = 0.0, cone = 0.0, nonPerp = 0.0;
   const int32_t quality = ScopeGetAlignmentQuality(&misalignment);
   ScopeGetPointingTerms(&cone, &nonPerp);
   char text[160];
   std::snprintf(text, sizeof text,
-                "Aligned on %zu star(s): quality %d, misalignment %.1f\", cone %.1f\", "
-                "non-perpendicularity %.1f\"",
+                _("Aligned on %zu star(s): quality %d, misalignment %.1f\", cone %.1f\", "
+                "non-perpendicularity %.1f\""),
                 stars.size(), quality, misalignment * DEGREES_PER_RADIAN * 3600,
                 cone * DEGREES_PER_RADIAN * 3600, nonPerp * DEGREES_PER_RADIAN * 3600);
   ctx.output().Say(text);
@@ -523,16 +528,16 @@ void RunAlign(Context& ctx, const std::vector<std::string>& names, const std::st
 void AddAlign(CLI::App& app, Context& ctx) {
   auto names = std::make_shared<std::vector<std::string>>();
   auto save = std::make_shared<std::string>();
-  CLI::App* c = app.add_subcommand("align", "Align on one to three bright stars");
-  c->add_option("--star", *names, "A star to centre (repeat for two or three)")->required();
-  c->add_option("--save", *save, "Write the 200-byte alignment record to this file");
+  CLI::App* c = app.add_subcommand("align", _("Align on one to three bright stars"));
+  c->add_option("--star", *names, _("A star to centre (repeat for two or three)"))->required();
+  c->add_option("--save", *save, _("Write the 200-byte alignment record to this file"));
   c->callback([&ctx, names, save] { RunAlign(ctx, *names, *save); });
 }
 
 void AddSave(CLI::App& app, Context& ctx) {
   auto path = std::make_shared<std::string>();
-  CLI::App* c = app.add_subcommand("save", "Write the alignment record to a file");
-  c->add_option("FILE", *path, "Where to write the 200 bytes")->required();
+  CLI::App* c = app.add_subcommand("save", _("Write the alignment record to a file"));
+  c->add_option("FILE", *path, _("Where to write the 200 bytes"))->required();
   c->callback([&ctx, path] {
     if (ctx.Connected()) WriteRecord(ctx, *path);
   });
@@ -566,8 +571,9 @@ void ListStars(Context& ctx, const StarsOptions& o) {
   const Site site = ctx.session().site();
   const UtcTime when = clock.Now();
   if (!ctx.options.json) {
-    std::printf("%-16s %5s  %-10s %-9s  %-10s %-11s  %-12s %8s %8s\n", "star", "mag", "RA J2000",
-                "Dec J2000", "RA of date", "Dec of date", "HA", "Az", "Alt");
+    std::printf("%-16s %5s  %-10s %-9s  %-10s %-11s  %-12s %8s %8s\n", _("star"), _("mag"),
+                _("RA J2000"), _("Dec J2000"), _("RA of date"), _("Dec of date"), _("HA"), _("Az"),
+                _("Alt"));
   }
   for (const Star& star : BrightStars()) {
     const std::optional<ObservedPlace> place = Observe(star, site, when);
@@ -580,7 +586,7 @@ void ListStars(Context& ctx, const StarsOptions& o) {
                   FormatSignedDegrees(place->declination).c_str(),
                   FormatHourAngle(place->hourAngle).c_str(),
                   FormatDegrees(AzimuthFromNorth(place->azimuth)).c_str(),
-                  FormatDegrees(place->altitude).c_str(), place->altitude > 0.0 ? "  up" : "");
+                  FormatDegrees(place->altitude).c_str(), place->altitude > 0.0 ? _("  up") : "");
     ctx.output().Say(line);
     ctx.output().Json(StarJson(star, *place));
   }
@@ -589,8 +595,8 @@ void ListStars(Context& ctx, const StarsOptions& o) {
 void AddStars(CLI::App& app, Context& ctx) {
   auto o = std::make_shared<StarsOptions>();
   CLI::App* c = app.add_subcommand(
-      "stars", "The bright-star catalogue: J2000 places, places of date and what is up now");
-  c->add_flag("--up", o->upOnly, "Only the stars above the horizon");
+      "stars", _("The bright-star catalogue: J2000 places, places of date and what is up now"));
+  c->add_flag("--up", o->upOnly, _("Only the stars above the horizon"));
   AddPlanningOptions(*c, o->at, o->dut1);
   c->callback([&ctx, o] { ListStars(ctx, *o); });
 }
@@ -599,9 +605,31 @@ void AddStars(CLI::App& app, Context& ctx) {
 
 void AddMountCommands(CLI::App& app, Context& ctx);
 
-constexpr const char* SHELL_FOOTER =
-    "Also: help, quit or exit (end of input ends too). On a terminal Ctrl-C cancels the "
-    "running command; at the prompt it ends the shell.";
+const char* ShellFooter() {
+  return _("Also: help, quit or exit (end of input ends too). On a terminal Ctrl-C cancels the "
+    "running command; at the prompt it ends the shell.");
+}
+
+// The help's own words in the user's language: before the options and
+// subcommands are added, which take the help flag and groups from here.
+void TranslateHelp(CLI::App& app) {
+  const auto formatter = app.get_formatter();
+  formatter->label("Usage", _("Usage"));
+  formatter->label("OPTIONS", _("OPTIONS"));
+  formatter->label("SUBCOMMAND", _("SUBCOMMAND"));
+  formatter->label("Positionals", _("Positionals"));
+  formatter->label("REQUIRED", _("REQUIRED"));
+  app.option_defaults()->group(_("Options"));
+  app.set_help_flag("-h,--help", _("Print this help message and exit"));
+}
+
+// After the subcommands are added: their heading, and their help flag's.
+void GroupSubcommands(CLI::App& app) {
+  for (CLI::App* command : app.get_subcommands({})) {
+    command->group(_("Subcommands"));
+    if (CLI::Option* help = command->get_help_ptr()) help->group(_("Options"));
+  }
+}
 
 // Runs one line of the shell; false when the line ends the shell.
 bool RunShellLine(Context& ctx, const std::string& line, int& failures) {
@@ -609,9 +637,11 @@ bool RunShellLine(Context& ctx, const std::string& line, int& failures) {
   if (first == std::string::npos || line[first] == '#') return true;
   const std::string word = line.substr(first, line.find_first_of(" \t", first) - first);
   if (word == "quit" || word == "exit") return false;
-  CLI::App lineApp{"Commands of the shell, one per line:", "scopemount"};
-  lineApp.footer(SHELL_FOOTER);
+  CLI::App lineApp{_("Commands of the shell, one per line:"), "scopemount"};
+  lineApp.footer(ShellFooter());
+  TranslateHelp(lineApp);
   AddMountCommands(lineApp, ctx);
+  GroupSubcommands(lineApp);
   if (word == "help") {
     std::printf("%s", lineApp.help().c_str());
     return true;
@@ -624,10 +654,10 @@ bool RunShellLine(Context& ctx, const std::string& line, int& failures) {
       lineApp.exit(e);
       return true;
     }
-    ctx.UsageError(std::string(e.what()) + " (in: " + line + ")");
+    ctx.UsageError(std::string(e.what()) + _(" (in: ") + line + ")");
   }
   if (ctx.exitStatus == 0 && lineApp.get_subcommands().empty()) {
-    ctx.UsageError("no command in: " + line);
+    ctx.UsageError(_("no command in: ") + line);
   }
   if (ctx.exitStatus != 0) ++failures;
   return true;
@@ -653,7 +683,7 @@ void RunPrompt(Context& ctx, int& failures) {
     if (interrupted) {
       interrupted = false;
       if (ctx.exitStatus == EXIT_INTERRUPTED) --failures;  // the user's choice, not a failure
-      ctx.output().Say("Cancelled; Ctrl-C again at the prompt ends the shell.");
+      ctx.output().Say(_("Cancelled; Ctrl-C again at the prompt ends the shell."));
     }
   }
 }
@@ -710,10 +740,10 @@ void RunDemo(Context& ctx) {
   const Site site = ctx.session().site();
   if (!ctx.Connected()) return;
   const Star* star = PickDemoStar(site);
-  if (star == nullptr) return ctx.UsageError("no bright star is up at this site right now");
+  if (star == nullptr) return ctx.UsageError(_("no bright star is up at this site right now"));
   const std::optional<ObservedPlace> place = Observe(*star, site, UtcNow());
   char text[200];
-  std::snprintf(text, sizeof text, "%s (magnitude %.2f) is up: %s, hour angle %s, Az %s Alt %s",
+  std::snprintf(text, sizeof text, _("%s (magnitude %.2f) is up: %s, hour angle %s, Az %s Alt %s"),
                 star->name, star->magnitude,
                 RaDecText(place->rightAscension, place->declination, OF_DATE).c_str(),
                 FormatHourAngle(place->hourAngle).c_str(),
@@ -722,8 +752,8 @@ void RunDemo(Context& ctx) {
   ctx.output().Say(text);
   GotoAndTrack(ctx, StarTarget(*star, site), DEMO_TRACK_SECONDS);
   if (ctx.exitStatus == 0) {
-    ctx.output().Say("Next: scopemount goto --star Vega --track 30, scopemount stars --up, "
-                     "scopemount shell, scopemount --help");
+    ctx.output().Say(_("Next: scopemount goto --star Vega --track 30, scopemount stars --up, "
+                     "scopemount shell, scopemount --help"));
   }
 }
 
@@ -740,8 +770,9 @@ bool JsonRequested(int argc, char** argv) {
 }  // namespace
 
 int RunProgram(int argc, char** argv) {
-  CLI::App app{"scopemount: drive a motorised telescope mount.\n"
-               "With no command: a short session on the Alt/Az simulator."};
+  CLI::App app{_("scopemount: drive a motorised telescope mount.\n"
+               "With no command: a short session on the Alt/Az simulator.")};
+  TranslateHelp(app);
   app.require_subcommand(0, 1);
   // Site, model and output options may follow the command too.
   app.fallthrough();
@@ -753,24 +784,25 @@ int RunProgram(int argc, char** argv) {
   AddSiderealTimeCommand(app);
   AddSeparationCommand(app);
   AddEmulateCommand(app, ctx.options);
-  app.add_option("--model", ctx.options.model, "Mount model (scopemount models); default 7")
+  app.add_option("--model", ctx.options.model, _("Mount model (scopemount models); default 7"))
       ->check(WholeNumberIn(0, SCOPE_MODEL_COUNT - 1));
-  app.add_option("--port", ctx.options.port, "Serial device of a hardware mount");
-  app.add_option("--lat", ctx.options.latitudeDeg, "Site latitude, degrees north")
+  app.add_option("--port", ctx.options.port, _("Serial device of a hardware mount"));
+  app.add_option("--lat", ctx.options.latitudeDeg, _("Site latitude, degrees north"))
       ->check(NumberIn(-90.0, 90.0));
-  app.add_option("--lon", ctx.options.longitudeDeg, "Site longitude, degrees east")
+  app.add_option("--lon", ctx.options.longitudeDeg, _("Site longitude, degrees east"))
       ->check(NumberIn(-180.0, 180.0));
-  app.add_option("--elev", ctx.options.elevation, "Site elevation, metres")
+  app.add_option("--elev", ctx.options.elevation, _("Site elevation, metres"))
       ->check(NumberIn(-1000.0, 8848.0));
-  app.add_flag("--json", ctx.options.json, "Machine-readable status lines");
-  app.add_option("--load", ctx.options.loadFile, "Restore an alignment record after connecting")
+  app.add_flag("--json", ctx.options.json, _("Machine-readable status lines"));
+  app.add_option("--load", ctx.options.loadFile, _("Restore an alignment record after connecting"))
       ->check(CLI::ExistingFile);
   AddMountCommands(app, ctx);
   app.add_subcommand("shell",
-                     "Read commands line by line in one connection (help, quit or exit)")
-      ->footer(SHELL_FOOTER)
+                     _("Read commands line by line in one connection (help, quit or exit)"))
+      ->footer(ShellFooter())
       ->callback([&ctx] { RunShell(ctx); });
   AddServeCommand(app, ctx.options, ctx.exitStatus);
+  GroupSubcommands(app);
   InstallInterruptHandler();
   try {
     app.parse(argc, argv);

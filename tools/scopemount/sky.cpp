@@ -9,6 +9,8 @@
 #include <ctime>
 #include <string>
 
+#include "text.h"
+
 namespace scopemount::cli {
 
 namespace {
@@ -146,11 +148,11 @@ std::optional<UtcTime> ParseUtc(const std::string& text, std::string* problem) {
   }
   if (*p == 'Z') ++p;
   if (!shaped || *p != '\0') {
-    *problem = "'" + text + "' is not a UTC time like 2026-03-01T20:00:00Z";
+    *problem = "'" + text + _("' is not a UTC time like 2026-03-01T20:00:00Z");
     return std::nullopt;
   }
   const std::optional<UtcTime> t = UtcFromCalendar(year, month, day, hour, minute, second);
-  if (!t) *problem = "'" + text + "' does not exist";
+  if (!t) *problem = "'" + text + _("' does not exist");
   return t;
 }
 

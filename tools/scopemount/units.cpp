@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "format.h"
+#include "text.h"
 
 namespace scopemount::cli {
 
@@ -20,16 +21,17 @@ std::optional<double> ParseAngleIn(const std::string& what, const std::string& t
                                    double high, bool hours, std::string* problem) {
   const std::optional<double> radians = hours ? ParseHours(text) : ParseDegrees(text);
   const double unitsPerRadian = hours ? HOURS_PER_RADIAN : DEGREES_PER_RADIAN;
-  const char* unit = hours ? " h" : " deg";
+  const char* unit = hours ? _(" h") : _(" deg");
   if (!radians) {
-    *problem = what + " '" + text + "' is not a number";
+    *problem = what + " '" + text + _("' is not a number");
     return std::nullopt;
   }
   // Back from radians, the ends of the range may come out a hair beyond.
   constexpr double ROUNDING = 1e-9;
   const double value = *radians * unitsPerRadian;
   if (value < low - ROUNDING || value > high + ROUNDING) {
-    *problem = what + " " + text + " is outside " + Number(low) + " to " + Number(high) + unit;
+    *problem =
+        what + " " + text + _(" is outside ") + Number(low) + _(" to ") + Number(high) + unit;
     return std::nullopt;
   }
   return radians;
@@ -41,11 +43,11 @@ CLI::Validator Numbers(double low, double high, bool whole, const std::string& d
         char* end = nullptr;
         const double value = std::strtod(text.c_str(), &end);
         if (text.empty() || *end != '\0' || !std::isfinite(value)) {
-          return text + " is not a number";
+          return text + _(" is not a number");
         }
-        if (whole && value != std::trunc(value)) return text + " is not a whole number";
+        if (whole && value != std::trunc(value)) return text + _(" is not a whole number");
         if (value < low || value > high) {
-          return text + " is outside " + Number(low) + " to " + Number(high);
+          return text + _(" is outside ") + Number(low) + _(" to ") + Number(high);
         }
         return {};
       },
@@ -72,8 +74,8 @@ std::string FormatHourAngle(double radians) {
 std::string AltitudeLimitNote(double altitude) {
   char text[120];
   const double degrees = altitude * DEGREES_PER_RADIAN;
-  std::snprintf(text, sizeof text, "altitude %.1f deg%s; limits in force %g to %g deg", degrees,
-                degrees < 0.0 ? " is below the horizon" : "", ALTITUDE_LOWER_LIMIT_DEG,
+  std::snprintf(text, sizeof text, _("altitude %.1f deg%s; limits in force %g to %g deg"), degrees,
+                degrees < 0.0 ? _(" is below the horizon") : "", ALTITUDE_LOWER_LIMIT_DEG,
                 ALTITUDE_UPPER_LIMIT_DEG);
   return text;
 }

@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "format.h"
 #include "scopemount.h"
+#include "text.h"
 
 namespace scopemount::cli {
 
@@ -43,9 +44,10 @@ void AddVersionFlag(CLI::App& app, bool json) {
           return "{\"program\":" + JsonString(ProgramVersion()) +
                  ",\"library\":" + JsonString(LibraryVersion()) + "}";
         }
-        return "scopemount " + ProgramVersion() + "\nlibrary libscopemount " + LibraryVersion();
+        return "scopemount " + ProgramVersion() + "\n" + _("library") + " libscopemount " +
+               LibraryVersion();
       },
-      "Show the versions of the program and of the library");
+      _("Show the versions of the program and of the library"));
 }
 
 }  // namespace scopemount::cli
