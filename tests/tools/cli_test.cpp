@@ -287,6 +287,7 @@ TEST(CliSession, ShellRunsCommandsInOneConnection) {
 // fits the terminal (wider, it would wrap and leave a trail) and follows its
 // width; Ctrl-C cancels the running command, and at the prompt ends the shell.
 TEST(CliSession, ShellAtATerminal) {
+  if (!SCOPEMOUNT_CLI_LINE_EDITING) GTEST_SKIP() << "built without line editing";
   TerminalProcess terminal(SCOPEMOUNT_CLI_PATH, At({"shell"}), 80, {"LC_ALL=C", "HOME=/nowhere"});
   const auto seen = [](const std::string& text, size_t times) {
     return [text, times](const std::string& screen) { return Count(screen, text) >= times; };
