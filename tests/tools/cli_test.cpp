@@ -7,6 +7,8 @@
 #include <string>
 
 #include "scopemount.h"
+#include "session.h"
+#include "text.h"
 
 #include "support/process.h"
 #include "support/terminal_process.h"
@@ -88,8 +90,11 @@ TEST(Cli, OutputsOfCommandsInTextAndJson) {
       // The program's own texts follow the language too; JSON stays as it is.
       {{"stop"}, "已停止两轴和跟踪。\n空闲 ", "zh_CN.UTF-8"},
       {{"stop", "--axis", "0"}, "已停止軸 0", "zh_HK.UTF-8"},
-      {{"stop", "--help"}, "  --axis UINT:INT in [0 - 1]  只停止此轴：0（赤经/方位）或 1（赤纬/仰角）\n",
+      {{"stop", "--help"}, "  --axis 非负整数:整数，范围 [0, 1]\n", "zh_CN.UTF-8"},
+      // Headings padded by the columns Chinese takes on a terminal, not by bytes.
+      {{"stars"}, "星                星等  赤经 J2000 赤纬 J2000  当日赤经   当日赤纬     时角   ",
        "zh_CN.UTF-8"},
+      {{"--help"}, "  --port 文字                 硬體托架的序列埠裝置\n", "zh_TW.UTF-8"},
       {{"stop", "--help"}, "選項:\n  -h,--help                   顯示此說明訊息並結束\n", "zh_TW.UTF-8"},
       {{"--json", "status"}, "\"status\":{\"state\":\"idle\",", "zh_TW.UTF-8"},
       {{"--json", "stop", "--axis", "0"}, "{\"event\":\"stopped\",\"utc\":\"20"},
@@ -150,6 +155,12 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
        "scopemount: goto 需要且只能给出 --star、--radec、--hadec、--altaz、--axes 之一\n", "",
        "zh_CN.UTF-8"},
       {{"move", "0", "fast"}, EXIT_BAD_ARGUMENTS, "RATE: fast 不是數字", "", "zh_TW.UTF-8"},
+      // The argument parser's own errors speak the user's language too.
+      {{"--bogus"}, EXIT_BAD_ARGUMENTS, "多余的参数：--bogus\n使用 --help 查看更多说明。\n", "",
+       "zh_CN.UTF-8"},
+      {{"goto", "--radec", "12"}, EXIT_BAD_ARGUMENTS, "--radec：至少需要 2 個值，只給了 1 個", "",
+       "zh_TW.UTF-8"},
+      {{"--load", "/"}, EXIT_BAD_ARGUMENTS, "--load: / is a directory, not a file"},
       {{"goto", "--radec", "12"}, EXIT_BAD_ARGUMENTS, "--radec"},
       {{"goto", "--radec", "24.5", "10"}, EXIT_BAD_ARGUMENTS, "RA 24.5 is outside 0 to 24 h"},
       {{"goto", "--radec", "1", "-90:30"}, EXIT_BAD_ARGUMENTS, "Dec -90:30 is outside -90 to 90"},
@@ -334,6 +345,21 @@ TEST(CliSession, CtrlCDuringASlewStopsTheMountAndDisconnects) {
   EXPECT_EQ(r.err, "scopemount: GOTO Az 170.000 Alt 60.000: User interrupt (105)\n");
   EXPECT_TRUE(Contains(r.out, "Disconnected.\n")) << r.out;
   EXPECT_FALSE(Contains(r.out, "Arrived")) << r.out;
+}
+
+// Chinese takes two columns a character: the live line and the tables count
+// columns, and never cut a character in half.
+TEST(Cli, TextIsMeasuredInTerminalColumns) {
+  using namespace scopemount::cli;
+  EXPECT_EQ(DisplayColumns("RA 星等"), 7u);
+  EXPECT_EQ(PadToColumns("星", 4), "星  ");
+  EXPECT_EQ(PadToColumns("星", 4, true), "  星");
+  EXPECT_EQ(CutToColumns("赤经 J2000", 3), "赤");
+  EXPECT_EQ(CutToColumns("赤经 J2000", 5), "赤经 ");
+  // 14 columns fit 16 less the margin (in bytes they would not).
+  EXPECT_EQ(FitLiveLine({{"转动中", 9}, {"方位 1", 7}}, 16), "转动中  方位 1");
+  EXPECT_EQ(FitLiveLine({{"转动中", 9}, {"方位 123", 7}}, 16), "转动中");
+  EXPECT_EQ(FitLiveLine({{"转动中转动中", 9}}, 12), "转动中转动");
 }
 
 }  // namespace

@@ -71,7 +71,8 @@ void PrintModels(bool json) {
     if (json) {
       std::printf("%s\n", ModelJson(model).c_str());
     } else {
-      std::printf("%2d  %-40s %s\n", model, HowToConnect(model).c_str(), ModelName(model).c_str());
+      std::printf("%2d  %s %s\n", model, PadToColumns(HowToConnect(model), 40).c_str(),
+                  ModelName(model).c_str());
     }
   }
 }

@@ -113,15 +113,14 @@ std::string FitLiveLine(std::vector<LiveField> fields, int columns) {
     return line;
   };
   std::string line = joined();
-  while (line.size() > room && fields.size() > 1) {
+  while (DisplayColumns(line) > room && fields.size() > 1) {
     const auto least = std::min_element(
         fields.begin(), fields.end(),
         [](const LiveField& a, const LiveField& b) { return a.priority < b.priority; });
     fields.erase(least);
     line = joined();
   }
-  if (line.size() > room) line.resize(room);
-  return line;
+  return CutToColumns(line, room);
 }
 
 const char* StateName(uint32_t state) {
@@ -310,8 +309,8 @@ int32_t Session::ReadStatus(MountStatus* status) const {
 
 std::string Session::StatusText(const MountStatus& s) const {
   char text[200];
-  std::snprintf(text, sizeof text, _("%-8s axes %9s %9s  HA %s Dec %s  Az %8s Alt %8s"),
-                StateText(s.state), FormatDegrees(s.axes[0]).c_str(),
+  std::snprintf(text, sizeof text, _("%s axes %9s %9s  HA %s Dec %s  Az %8s Alt %8s"),
+                PadToColumns(StateText(s.state), 8).c_str(), FormatDegrees(s.axes[0]).c_str(),
                 FormatDegrees(s.axes[1]).c_str(), FormatHourAngle(s.sky[0]).c_str(),
                 FormatSignedDegrees(s.sky[1]).c_str(),
                 FormatDegrees(AzimuthFromNorth(s.horizontal[0])).c_str(),

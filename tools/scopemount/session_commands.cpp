@@ -16,6 +16,7 @@
 #include "commands.h"
 #include "format.h"
 #include "line_editor.h"
+#include "parser_language.h"
 #include "scopemount.h"
 #include "session.h"
 #include "sky.h"
@@ -415,7 +416,7 @@ void AddStop(CLI::App& app, Context& ctx) {
   auto axis = std::make_shared<std::optional<uint32_t>>();
   CLI::App* c = app.add_subcommand("stop", _("Stop both axes and tracking (or one axis)"));
   c->add_option("--axis", *axis, _("Stop only this axis: 0 (RA/azimuth) or 1 (Dec/altitude)"))
-      ->check(CLI::Range(0, 1));
+      ->check(WholeNumberIn(0, 1));
   c->callback([&ctx, axis] { RunStop(ctx, *axis); });
 }
 
@@ -571,9 +572,16 @@ void ListStars(Context& ctx, const StarsOptions& o) {
   const Site site = ctx.session().site();
   const UtcTime when = clock.Now();
   if (!ctx.options.json) {
-    std::printf("%-16s %5s  %-10s %-9s  %-10s %-11s  %-12s %8s %8s\n", _("star"), _("mag"),
-                _("RA J2000"), _("Dec J2000"), _("RA of date"), _("Dec of date"), _("HA"), _("Az"),
-                _("Alt"));
+    // Labels padded by the columns they take, so Chinese ones line up too.
+    const auto left = [](const char* label, size_t columns) { return PadToColumns(label, columns); };
+    const auto right = [](const char* label, size_t columns) {
+      return PadToColumns(label, columns, true);
+    };
+    std::printf("%s %s  %s %s  %s %s  %s %s %s\n", left(_("star"), 16).c_str(),
+                right(_("mag"), 5).c_str(), left(_("RA J2000"), 10).c_str(),
+                left(_("Dec J2000"), 9).c_str(), left(_("RA of date"), 10).c_str(),
+                left(_("Dec of date"), 11).c_str(), left(_("HA"), 12).c_str(),
+                right(_("Az"), 8).c_str(), right(_("Alt"), 8).c_str());
   }
   for (const Star& star : BrightStars()) {
     const std::optional<ObservedPlace> place = Observe(star, site, when);
@@ -610,27 +618,6 @@ const char* ShellFooter() {
     "running command; at the prompt it ends the shell.");
 }
 
-// The help's own words in the user's language: before the options and
-// subcommands are added, which take the help flag and groups from here.
-void TranslateHelp(CLI::App& app) {
-  const auto formatter = app.get_formatter();
-  formatter->label("Usage", _("Usage"));
-  formatter->label("OPTIONS", _("OPTIONS"));
-  formatter->label("SUBCOMMAND", _("SUBCOMMAND"));
-  formatter->label("Positionals", _("Positionals"));
-  formatter->label("REQUIRED", _("REQUIRED"));
-  app.option_defaults()->group(_("Options"));
-  app.set_help_flag("-h,--help", _("Print this help message and exit"));
-}
-
-// After the subcommands are added: their heading, and their help flag's.
-void GroupSubcommands(CLI::App& app) {
-  for (CLI::App* command : app.get_subcommands({})) {
-    command->group(_("Subcommands"));
-    if (CLI::Option* help = command->get_help_ptr()) help->group(_("Options"));
-  }
-}
-
 // Runs one line of the shell; false when the line ends the shell.
 bool RunShellLine(Context& ctx, const std::string& line, int& failures) {
   const size_t first = line.find_first_not_of(" \t");
@@ -639,9 +626,9 @@ bool RunShellLine(Context& ctx, const std::string& line, int& failures) {
   if (word == "quit" || word == "exit") return false;
   CLI::App lineApp{_("Commands of the shell, one per line:"), "scopemount"};
   lineApp.footer(ShellFooter());
-  TranslateHelp(lineApp);
+  TranslateParserTexts(lineApp);
   AddMountCommands(lineApp, ctx);
-  GroupSubcommands(lineApp);
+  TranslateOptionTexts(lineApp);
   if (word == "help") {
     std::printf("%s", lineApp.help().c_str());
     return true;
@@ -654,10 +641,10 @@ bool RunShellLine(Context& ctx, const std::string& line, int& failures) {
       lineApp.exit(e);
       return true;
     }
-    ctx.UsageError(std::string(e.what()) + _(" (in: ") + line + ")");
+    ctx.UsageError(FillText(_("%s (in: %s)"), {ParseErrorText(e), line}));
   }
   if (ctx.exitStatus == 0 && lineApp.get_subcommands().empty()) {
-    ctx.UsageError(_("no command in: ") + line);
+    ctx.UsageError(FillText(_("no command in: %s"), {line}));
   }
   if (ctx.exitStatus != 0) ++failures;
   return true;
@@ -772,7 +759,7 @@ bool JsonRequested(int argc, char** argv) {
 int RunProgram(int argc, char** argv) {
   CLI::App app{_("scopemount: drive a motorised telescope mount.\n"
                "With no command: a short session on the Alt/Az simulator.")};
-  TranslateHelp(app);
+  TranslateParserTexts(app);
   app.require_subcommand(0, 1);
   // Site, model and output options may follow the command too.
   app.fallthrough();
@@ -795,14 +782,14 @@ int RunProgram(int argc, char** argv) {
       ->check(NumberIn(-1000.0, 8848.0));
   app.add_flag("--json", ctx.options.json, _("Machine-readable status lines"));
   app.add_option("--load", ctx.options.loadFile, _("Restore an alignment record after connecting"))
-      ->check(CLI::ExistingFile);
+      ->check(ExistingFile());
   AddMountCommands(app, ctx);
   app.add_subcommand("shell",
                      _("Read commands line by line in one connection (help, quit or exit)"))
       ->footer(ShellFooter())
       ->callback([&ctx] { RunShell(ctx); });
   AddServeCommand(app, ctx.options, ctx.exitStatus);
-  GroupSubcommands(app);
+  TranslateOptionTexts(app);
   InstallInterruptHandler();
   try {
     app.parse(argc, argv);
@@ -815,7 +802,7 @@ int RunProgram(int argc, char** argv) {
     // bad arguments.
     if (json) {
       Output(true).Json("{\"event\":\"error\",\"usage\":true,\"message\":" +
-                        JsonString(e.what()) + "}");
+                        JsonString(ParseErrorText(e)) + "}");
     }
     app.exit(e);
     return EXIT_USAGE;

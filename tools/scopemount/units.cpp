@@ -37,6 +37,13 @@ std::optional<double> ParseAngleIn(const std::string& what, const std::string& t
   return radians;
 }
 
+// "NUMBER in [-90, 90]": the type a validator adds to the help.
+std::string Range(const char* format, const std::string& low, const std::string& high) {
+  char text[120];
+  std::snprintf(text, sizeof text, format, low.c_str(), high.c_str());
+  return text;
+}
+
 CLI::Validator Numbers(double low, double high, bool whole, const std::string& description) {
   return CLI::Validator(
       [low, high, whole](std::string& text) -> std::string {
@@ -81,15 +88,15 @@ std::string AltitudeLimitNote(double altitude) {
 }
 
 CLI::Validator NumberIn(double low, double high) {
-  return Numbers(low, high, false, "NUMBER in [" + Number(low) + ", " + Number(high) + "]");
+  return Numbers(low, high, false, Range(_("NUMBER in [%s, %s]"), Number(low), Number(high)));
 }
 
 CLI::Validator WholeNumberIn(long low, long high) {
   return Numbers(static_cast<double>(low), static_cast<double>(high), true,
-                 "INTEGER in [" + std::to_string(low) + ", " + std::to_string(high) + "]");
+                 Range(_("INTEGER in [%s, %s]"), std::to_string(low), std::to_string(high)));
 }
 
-CLI::Validator AnyNumber() { return Numbers(-HUGE_VAL, HUGE_VAL, false, "NUMBER"); }
+CLI::Validator AnyNumber() { return Numbers(-HUGE_VAL, HUGE_VAL, false, _("NUMBER")); }
 
 std::optional<double> ParseHoursIn(const std::string& what, const std::string& text, double low,
                                    double high, std::string* problem) {
