@@ -89,7 +89,8 @@ TEST(Cli, OutputsOfCommandsInTextAndJson) {
       {{"stop", "--axis", "1"}, "Stopped axis 1.\n"},
       // The program's own texts follow the language too; JSON stays as it is.
       {{"stop"}, "已停止两轴和跟踪。\n空闲 ", "zh_CN.UTF-8"},
-      {{"stop", "--axis", "0"}, "已停止軸 0", "zh_HK.UTF-8"},
+      {{"stop", "--axis", "0"}, "已停止軸 0", "zh_TW.UTF-8@x"},
+      {{"stop", "--axis", "0"}, "Stopped axis 0", "zh_HK.UTF-8"},  // as the library's texts
       {{"stop", "--help"}, "  --axis 非负整数:整数，范围 [0, 1]\n", "zh_CN.UTF-8"},
       // Headings padded by the columns Chinese takes on a terminal, not by bytes.
       {{"stars"}, "星                星等  赤经 J2000 赤纬 J2000  当日赤经   当日赤纬     时角   ",

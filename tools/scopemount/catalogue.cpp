@@ -30,18 +30,17 @@ struct Region {
   const char* catalogue;
 };
 
-// The same regions as the library's messages, plus the script names.
-constexpr Region CHINESE_REGIONS[] = {
-    {"zh_CN", "zh_CN"},   {"zh_SG", "zh_CN"}, {"zh_Hans", "zh_CN"}, {"zh_TW", "zh_TW"},
-    {"zh_HK", "zh_TW"},   {"zh_MO", "zh_TW"}, {"zh_Hant", "zh_TW"},
-};
+// Exactly the regions the library's messages speak, so that a user never
+// reads the program in one language and the library in another (Hong Kong,
+// Singapore and Macau read English from both).
+constexpr Region CHINESE_REGIONS[] = {{"zh_CN", "zh_CN"}, {"zh_TW", "zh_TW"}};
 
 // A locale name is a region when it is that region, maybe followed by an
-// encoding, a modifier or (after a script) a region.
+// encoding (".UTF-8") or a modifier ("@...").
 bool NamesRegion(const char* locale, const char* prefix) {
   const size_t n = std::strlen(prefix);
   if (std::strncmp(locale, prefix, n) != 0) return false;
-  return locale[n] == '\0' || locale[n] == '.' || locale[n] == '@' || locale[n] == '_';
+  return locale[n] == '\0' || locale[n] == '.' || locale[n] == '@';
 }
 
 const char* UserLocale() {
