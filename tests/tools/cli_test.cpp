@@ -139,6 +139,10 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
       {{"--json", "sidereal-time", "--at", "1987-04-10 19:21", "--utc-offset", "0", "--longitude",
         "-15"}, 0, "", "\"localApparentHours\":7.5824588"},
       {{"sidereal-time"}, 0, "", "Greenwich apparent sidereal time"},
+      // UTC as the other commands read it: the same moment as 21:21 at UTC+2.
+      {{"sidereal-time", "--at", "1987-04-10T19:21Z", "--longitude", "15"}, 0, "",
+       "local apparent sidereal time      09h 34m 56.85"},
+      {{"sidereal-time", "--at", "1987-04-10T19:21Z", "--dst"}, EXIT_BAD_ARGUMENTS, "is UTC"},
       {{"separation", "0", "0", "90", "0"}, 0, "", "90.000000000\n"},
       {{"separation", "--radians", "0", "0", "1", "0"}, 0, "", "1.000000000\n"},
       {{"separation", "--", "10", "-20", "10", "-20"}, 0, "", "0.000000000\n"},

@@ -146,7 +146,15 @@ int PrintSiderealTime(const SiderealTimeOptions& options, bool json) {
       dst = true;
     }
   } else {
-    const std::optional<SYSTEMTIME> parsed = ParseLocalTime(options.at);
+    // A time ending in Z is UTC, as `stars --at` and `goto --at` read it.
+    const bool utc = options.at.back() == 'Z';
+    if (utc && ((options.utcOffsetHours && *options.utcOffsetHours != 0.0) || dst)) {
+      std::fprintf(stderr, _("scopemount: --at: '%s' is UTC; leave out --utc-offset and --dst\n"),
+                   options.at.c_str());
+      return 2;
+    }
+    const std::optional<SYSTEMTIME> parsed =
+        ParseLocalTime(utc ? options.at.substr(0, options.at.size() - 1) : options.at);
     if (!parsed) {
       std::fprintf(stderr,
                    _("scopemount: --at: '%s' is not a local time \"YYYY-MM-DD HH:MM[:SS[.mmm]]\" "
@@ -169,7 +177,8 @@ void AddSiderealTimeCommand(CLI::App& app) {
       "sidereal-time",
       _("Greenwich mean and apparent sidereal time of a local time (default: now), and local "
       "sidereal time with --longitude"));
-  command->add_option("--at", options->at, _("Local time, \"YYYY-MM-DD HH:MM[:SS[.mmm]]\""));
+  command->add_option("--at", options->at,
+                      _("Local time, \"YYYY-MM-DD HH:MM[:SS[.mmm]]\"; UTC with a Z at the end"));
   command->add_option("--utc-offset", options->utcOffsetHours,
                       _("Local time minus UTC in hours (default: the system's)"))
       ->check(NumberIn(-14.0, 14.0));
