@@ -84,6 +84,7 @@ TEST(Cli, OutputsOfCommandsInTextAndJson) {
       {{"models", "--json"}, "\"simulator\":true,\"needsPort\":false,\"emulate\":null}\n"},
       {{"--json", "codes"}, "{\"code\":105,\"message\":\"User interrupt\"}\n"},
       {{"--json", "emulate", "--list"}, "{\"protocol\":\"compact\",\"description\":\"compact"},
+      {{"emulate", "--list"}, "  demo         測試台的示範控制器", "zh_TW.UTF-8"},
       {{"--json", "--model", "12", "status"}, "\"usage\":true,\"message\":\"--model: 12 is outside 0 to 11"},
       {{"stop"}, "Stopped both axes and tracking.\nidle "},
       {{"stop", "--axis", "1"}, "Stopped axis 1.\n"},

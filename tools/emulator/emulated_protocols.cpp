@@ -16,14 +16,18 @@ std::unique_ptr<ControllerModel> Make() {
   return std::make_unique<Controller>();
 }
 
+// Marks a description for the program's catalogues, which translate it
+// when it is shown.
+constexpr const char* N_(const char* text) { return text; }
+
 const EmulatedProtocol PROTOCOLS[] = {
-    {"demo", "demonstration controller of the bench (text commands, no mount uses it)",
+    {"demo", N_("demonstration controller of the bench (text commands, no mount uses it)"),
      Make<DemoController>, LineWiring{}},
-    {"auxbus", "two motor controllers on one echoing AUX bus (models 0 and 1), 19200 baud",
+    {"auxbus", N_("two motor controllers on one echoing AUX bus (models 0 and 1), 19200 baud"),
      Make<AuxBusControllers>, LineWiring{.echo = true, .rtsLoopsToCts = true}},
-    {"compact", "compact Alt/Az mount board (models 8 to 11; either size, told at start-up)",
+    {"compact", N_("compact Alt/Az mount board (models 8 to 11; either size, told at start-up)"),
      Make<CompactController>, LineWiring{}},
-    {"motorcontroller", "stepper-motor controller of models 2 to 5 (colon commands, 9600 baud)",
+    {"motorcontroller", N_("stepper-motor controller of models 2 to 5 (colon commands, 9600 baud)"),
      Make<MotorControllerEmulator>, LineWiring{}},
 };
 

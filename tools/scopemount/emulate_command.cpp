@@ -71,7 +71,7 @@ void WaitForStop() {
 
 void PrintProtocols(std::FILE* to) {
   for (const emulation::EmulatedProtocol& protocol : emulation::EmulatedProtocols()) {
-    std::fprintf(to, "  %-12s %s\n", protocol.name, protocol.description);
+    std::fprintf(to, "  %-12s %s\n", protocol.name, _(protocol.description));
   }
 }
 
