@@ -163,8 +163,10 @@ CLI::Validator OneOf(const std::vector<std::string>& words) {
       [words, list](std::string& text) -> std::string {
         std::string lower = text;
         for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        if (std::find(words.begin(), words.end(), lower) != words.end()) return {};
-        return FillText(_("%s is not one of: %s"), {text, list});
+        const auto word = std::find(words.begin(), words.end(), lower);
+        if (word == words.end()) return FillText(_("%s is not one of: %s"), {text, list});
+        text = std::to_string(word - words.begin());
+        return {};
       },
       "{" + list + "}");
 }

@@ -21,7 +21,8 @@ std::string ParseErrorText(const CLI::Error& error);
 
 // An option naming a file that must exist, refused in words.
 CLI::Validator ExistingFile();
-// An option that takes one of a few words, in any case.
+// An option that takes one of a few words, in any case, for an enumeration:
+// the word becomes its position in the list, the enumerator's value.
 CLI::Validator OneOf(const std::vector<std::string>& words);
 
 }  // namespace scopemount::cli

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -286,12 +285,7 @@ void AddServeCommand(CLI::App& app, GlobalOptions& options, int& exitStatus) {
                 _("ADDRESS:PORT to listen on (default 127.0.0.1:10001, loopback only)"));
   c->add_option("--equinox", o->equinox,
                 _("Coordinates the clients send: j2000 (default) or jnow"))
-      ->check(OneOf({"j2000", "jnow"}))
-      ->transform(CLI::Transformer(
-                      std::map<std::string, Equinox>{{"j2000", Equinox::J2000},
-                                                     {"jnow", Equinox::JNow}},
-                      CLI::ignore_case)
-                      .description(""));
+      ->transform(OneOf({"j2000", "jnow"}));  // in the order of Equinox
   c->add_option("--interval", o->interval,
                 _("Seconds between position updates (default 0.25)"))
       ->check(NumberIn(MIN_UPDATE_INTERVAL_S, MAX_UPDATE_INTERVAL_S));
