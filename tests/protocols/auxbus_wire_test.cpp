@@ -6,22 +6,18 @@
 
 #include <cmath>
 #include <cstdio>
-#include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "protocols/auxbus/aux_mounts.h"
-#include "support/emulated_port.h"
-#include "support/fast_clock.h"
+#include "support/scripted_controller.h"
 
 namespace scopemount {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-using testing::EmulatedPort;
-using testing::ScopedFastClock;
+using testing::SILENCE;
 
 constexpr double DEG = PI / 180.0;
 constexpr double ARCSEC = DEG / 3600.0;
@@ -35,6 +31,8 @@ Bytes Hex(const std::string& text) {
   return bytes;
 }
 
+std::string Text(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
+
 std::string ToHex(const Bytes& bytes) {
   std::string text;
   char byte[4];
@@ -47,43 +45,21 @@ std::string ToHex(const Bytes& bytes) {
 
 // Any controller's bare acknowledgement; the layer does not look inside.
 const std::string ACK = "3B 03 10 32 00 BB";
-const std::string SILENCE = "";
 // Position replies of the controller at 0x10.
 const std::string AT_ZERO = "3B 06 10 32 01 00 00 00 B7";
 const std::string AT_PLUS_90 = "3B 06 10 32 01 40 00 00 77";
 
-// Answers each packet with the next scripted reply, or an acknowledgement
-// once the script has run out; an empty reply is silence.
-class ScriptedBus final : public emulation::ControllerModel {
- public:
-  void Script(const std::vector<std::string>& replies) {
-    std::lock_guard lock(mutex_);
-    for (const std::string& reply : replies) replies_.push_back(Hex(reply));
-  }
-  void Receive(const uint8_t*, size_t, uint64_t, emulation::ReplySink& sink) override {
-    std::lock_guard lock(mutex_);
-    Bytes reply = Hex(ACK);
-    if (!replies_.empty()) {
-      reply = replies_.front();
-      replies_.pop_front();
-    }
-    sink.Reply(reply.data(), reply.size());
-  }
-
- private:
-  std::mutex mutex_;
-  std::deque<Bytes> replies_;
-};
-
-// A mount on the scripted bus; a missing reply's time-outs pass on a fast
-// clock.
-struct Bench {
-  ScopedFastClock clock{20.0};
-  EmulatedPort port{std::make_unique<ScriptedBus>()};
+// A mount on a scripted bus that answers each packet in turn with the
+// scripted replies, then with acknowledgements; a missing reply's
+// time-outs pass on a fast clock.
+struct Bench : testing::ScriptedLine {
   OwnedMount<AuxBusMount> mount;
 
   explicit Bench(bool equatorial, emulation::LineWiring wiring = {.echo = true,
-                                                                  .rtsLoopsToCts = true}) {
+                                                                  .rtsLoopsToCts = true})
+      : ScriptedLine(
+            20.0, [](const std::string&) { return std::string(); },
+            [](const std::string&) { return Text(Hex(ACK)); }) {
     port.line().SetWiring(wiring);
     if (equatorial) {
       mount.reset(new AuxEquatorialMount());
@@ -92,7 +68,10 @@ struct Bench {
     }
   }
   void Script(const std::vector<std::string>& replies) {
-    static_cast<ScriptedBus&>(port.model()).Script(replies);
+    std::vector<std::string> packets;
+    for (const std::string& reply : replies) packets.push_back(Text(Hex(reply)));
+    packets.push_back(Text(Hex(ACK)));
+    controller().Script("", packets);
   }
   std::string Sent() { return ToHex(port.line().TakeHostBytes()); }
 };

@@ -9,12 +9,40 @@
 #include <utility>
 #include <vector>
 
-#include "protocols/motor_controller_script.h"
 #include "protocols/motorcontroller/motor_controller_altaz_mount.h"
 #include "protocols/motorcontroller/motor_controller_equatorial_mount.h"
+#include "support/scripted_controller.h"
 
-namespace scopemount::testing::motor_controller_tests {
+namespace scopemount::testing {
 namespace {
+
+// Replies are scripted by the frame between ':' and '\r' (e.g. "j1");
+// unscripted commands are acknowledged.
+struct MotorControllerLine : ScriptedLine {
+  MotorControllerLine()
+      : ScriptedLine(
+            100.0,
+            [](const std::string& command) {
+              return command.size() < 2 ? command : command.substr(1, command.size() - 2);
+            },
+            [](const std::string&) { return std::string("=\r"); }) {}
+};
+
+// A reference controller with round constants: 1,000,000 counts per revolution on
+// both axes, a 50,000 Hz timer, high-speed ratio 16.
+constexpr double EXAMPLE_COUNTS = 1000000.0;
+constexpr uint32_t EXAMPLE_TIMER = 50000;
+void LoadExampleConstants(MotorControllerMount& mount) {
+  for (uint32_t axis = 0; axis < AXIS_COUNT; ++axis) {
+    mount.countsPerRadian[axis] = EXAMPLE_COUNTS / TWO_PI;
+    mount.radiansPerCount[axis] = TWO_PI / EXAMPLE_COUNTS;
+    mount.timerFrequency[axis] = EXAMPLE_TIMER;
+    mount.periodFactor[axis] = EXAMPLE_TIMER / mount.countsPerRadian[axis];
+    mount.highSpeedRatio[axis] = 16;
+    mount.brakeSteps[axis] = BRAKE_STEPS;
+    mount.lowSpeedGotoLimit[axis] = 7427;
+  }
+}
 
 constexpr double RADIANS_PER_COUNT = TWO_PI / EXAMPLE_COUNTS;
 constexpr double DEGREE = PI / 180.0;
@@ -43,7 +71,7 @@ OwnedMount<MotorControllerMount> MakeMount(bool equatorial) {
 void RunCases(const std::vector<WireCase>& cases) {
   for (const WireCase& c : cases) {
     SCOPED_TRACE(c.name);
-    ScriptedLine line;
+    MotorControllerLine line;
     for (const auto& [frame, replies] : c.script) line.controller().Script(frame, replies);
     OwnedMount<MotorControllerMount> mount = MakeMount(c.equatorial);
     LoadExampleConstants(*mount);
@@ -280,7 +308,7 @@ TEST(MotorControllerWire, OpeningSequence) {
   };
   for (const OpenCase& c : cases) {
     SCOPED_TRACE(c.name);
-    ScriptedLine line;
+    MotorControllerLine line;
     line.port.line().SetWiring(emulation::LineWiring{.echo = c.echoingLine});
     for (const auto& [frame, replies] : c.script) line.controller().Script(frame, replies);
     OwnedMount<MotorControllerMount> mount = MakeMount(c.equatorial);
@@ -292,7 +320,7 @@ TEST(MotorControllerWire, OpeningSequence) {
 }
 
 TEST(MotorControllerWire, SouthernEquatorialOpeningSetsTheDirectionBit) {
-  ScriptedLine line;
+  MotorControllerLine line;
   for (const auto& [frame, replies] : EXAMPLE_CONTROLLER) line.controller().Script(frame, replies);
   OwnedMount<MotorControllerMount> mount = MakeMount(true);
   mount->SetSite(-30 * DEGREE, 0.0);
@@ -306,7 +334,7 @@ TEST(MotorControllerWire, SouthernEquatorialOpeningSetsTheDirectionBit) {
 }
 
 TEST(MotorControllerAltAz, AzimuthTargetsTakeTheShortWayRound) {
-  ScriptedLine line;
+  MotorControllerLine line;
   OwnedMount<MotorControllerAltAzMount> mount(new MotorControllerAltAzMount);
   // The sky position whose azimuth-axis angle is -3.0 rad.
   AnglePair axes{-3.0, 0.5};
@@ -326,4 +354,4 @@ TEST(MotorControllerAltAz, AzimuthTargetsTakeTheShortWayRound) {
 }
 
 }  // namespace
-}  // namespace scopemount::testing::motor_controller_tests
+}  // namespace scopemount::testing
