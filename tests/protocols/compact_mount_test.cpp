@@ -91,8 +91,6 @@ TEST_P(CompactWireTest, CommandsPutTheirExactBytesOnTheLine) {
     Bytes wire;
   };
   const Case cases[] = {
-      {"read azimuth", [](CompactMount& m) { return m.ReadAxisPosition(0); }, {1}},
-      {"read altitude", [](CompactMount& m) { return m.ReadAxisPosition(1); }, {21}},
       {"goto azimuth", [](CompactMount& m) { return m.SlewAxisTo(0, 1.0); },
        Cat({{2}, size.countOfOne})},
       {"goto altitude reads first", [](CompactMount& m) { return m.SlewAxisTo(1, 0.5); },
