@@ -17,15 +17,17 @@ namespace scopemount::testing {
 namespace {
 
 // Replies are scripted by the frame between ':' and '\r' (e.g. "j1");
-// unscripted commands are acknowledged.
+// unscripted frames are acknowledged, and a lone ':' (the echo probe) is
+// no frame.
+bool IsFrame(const std::string& command) { return command.size() >= 2 && command.back() == '\r'; }
 struct MotorControllerLine : ScriptedLine {
   MotorControllerLine()
       : ScriptedLine(
             100.0,
             [](const std::string& command) {
-              return command.size() < 2 ? command : command.substr(1, command.size() - 2);
+              return IsFrame(command) ? command.substr(1, command.size() - 2) : command;
             },
-            [](const std::string&) { return std::string("=\r"); }) {}
+            [](const std::string& command) { return IsFrame(command) ? "=\r" : SILENCE; }) {}
 };
 
 // A reference controller with round constants: 1,000,000 counts per revolution on

@@ -349,21 +349,5 @@ TEST(AuxBus, AReversalTakesUpTheBacklashBeforeTheNewRate) {
   EXPECT_LT(takeUpAt, rateAt) << "take-up first";
 }
 
-// --- The motor controller ---------------------------------------------------------
-
-TEST(MotorController, SouthernEquatorialTrackingRunsBackwards) {
-  ControllerBench bench(50.0, MotorController());
-  ASSERT_EQ(bench.Connect(3, -LATITUDE), SCOPE_OK);
-  ASSERT_EQ(ScopeGotoEquatorial(1.5 * HOUR, -5 * DEG), SCOPE_OK);
-  ASSERT_TRUE(WaitForTracking());
-  auto& controller = bench.controller<emulation::MotorControllerEmulator>();
-  const double countsPerRadian =
-      emulation::MotorControllerSettings{}.countsPerRevolution[0] / TWO_PI;
-  EXPECT_TRUE(WaitUntil([&] {
-    return std::fabs(controller.RunRate(0, bench.NowMs()) / countsPerRadian + SIDEREAL_RATE) <
-           0.01 * SIDEREAL_RATE;
-  })) << controller.RunRate(0, bench.NowMs()) / countsPerRadian;
-}
-
 }  // namespace
 }  // namespace scopemount::testing
