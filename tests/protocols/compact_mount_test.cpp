@@ -55,6 +55,8 @@ const Size SIZES[] = {
      0.3917656496671672},
 };
 
+void PrintTo(const Size& size, std::ostream* out) { *out << size.name; }
+
 Bytes Cat(std::initializer_list<Bytes> parts) {
   Bytes all;
   for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
