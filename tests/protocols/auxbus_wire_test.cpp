@@ -6,40 +6,36 @@
 
 #include <cmath>
 #include <cstdio>
-#include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "protocols/auxbus/aux_mounts.h"
-#include "support/emulated_port.h"
-#include "support/fast_clock.h"
+#include "support/scripted_controller.h"
 
 namespace scopemount {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-using testing::EmulatedPort;
-using testing::ScopedFastClock;
+using testing::SILENCE;
 
 constexpr double DEG = PI / 180.0;
 constexpr double ARCSEC = DEG / 3600.0;
 constexpr double ONE_COUNT = 3.7450702829239286e-07;
 
-Bytes Hex(const std::string& text) {
-  Bytes bytes;
+// "3B 03" is the two bytes 0x3B 0x03, and back.
+std::string Hex(const std::string& text) {
+  std::string bytes;
   for (size_t i = 0; i + 2 <= text.size(); i += 3) {
-    bytes.push_back(static_cast<uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+    bytes += static_cast<char>(std::stoul(text.substr(i, 2), nullptr, 16));
   }
   return bytes;
 }
 
-std::string ToHex(const Bytes& bytes) {
+std::string ToHex(const std::string& bytes) {
   std::string text;
   char byte[4];
-  for (uint8_t b : bytes) {
-    std::snprintf(byte, sizeof byte, "%s%02X", text.empty() ? "" : " ", b);
+  for (const char b : bytes) {
+    std::snprintf(byte, sizeof byte, "%s%02X", text.empty() ? "" : " ", static_cast<uint8_t>(b));
     text += byte;
   }
   return text;
@@ -47,43 +43,21 @@ std::string ToHex(const Bytes& bytes) {
 
 // Any controller's bare acknowledgement; the layer does not look inside.
 const std::string ACK = "3B 03 10 32 00 BB";
-const std::string SILENCE = "";
 // Position replies of the controller at 0x10.
 const std::string AT_ZERO = "3B 06 10 32 01 00 00 00 B7";
 const std::string AT_PLUS_90 = "3B 06 10 32 01 40 00 00 77";
 
-// Answers each packet with the next scripted reply, or an acknowledgement
-// once the script has run out; an empty reply is silence.
-class ScriptedBus final : public emulation::ControllerModel {
- public:
-  void Script(const std::vector<std::string>& replies) {
-    std::lock_guard lock(mutex_);
-    for (const std::string& reply : replies) replies_.push_back(Hex(reply));
-  }
-  void Receive(const uint8_t*, size_t, uint64_t, emulation::ReplySink& sink) override {
-    std::lock_guard lock(mutex_);
-    Bytes reply = Hex(ACK);
-    if (!replies_.empty()) {
-      reply = replies_.front();
-      replies_.pop_front();
-    }
-    sink.Reply(reply.data(), reply.size());
-  }
-
- private:
-  std::mutex mutex_;
-  std::deque<Bytes> replies_;
-};
-
-// A mount on the scripted bus; a missing reply's time-outs pass on a fast
-// clock.
-struct Bench {
-  ScopedFastClock clock{20.0};
-  EmulatedPort port{std::make_unique<ScriptedBus>()};
+// A mount on a scripted bus that answers each packet in turn with the
+// scripted replies, then with acknowledgements; a missing reply's
+// time-outs pass on a fast clock.
+struct Bench : testing::ScriptedLine {
   OwnedMount<AuxBusMount> mount;
 
   explicit Bench(bool equatorial, emulation::LineWiring wiring = {.echo = true,
-                                                                  .rtsLoopsToCts = true}) {
+                                                                  .rtsLoopsToCts = true})
+      : ScriptedLine(
+            20.0, [](const std::string&) { return std::string(); },
+            [](const std::string&) { return Hex(ACK); }) {
     port.line().SetWiring(wiring);
     if (equatorial) {
       mount.reset(new AuxEquatorialMount());
@@ -92,9 +66,12 @@ struct Bench {
     }
   }
   void Script(const std::vector<std::string>& replies) {
-    static_cast<ScriptedBus&>(port.model()).Script(replies);
+    std::vector<std::string> packets;
+    for (const std::string& reply : replies) packets.push_back(Hex(reply));
+    packets.push_back(Hex(ACK));
+    controller().Script("", packets);
   }
-  std::string Sent() { return ToHex(port.line().TakeHostBytes()); }
+  std::string Sent() { return ToHex(Written()); }
 };
 
 using Action = std::function<int32_t(AuxBusMount&)>;
@@ -115,10 +92,6 @@ const Action NOTHING = [](AuxBusMount&) { return int32_t{Ok}; };
 TEST(AuxBusWire, CommandsGoOutByteForByte) {
   const double threeDegrees = 1.5 * AUX_APPROACH_MARGIN;
   const CommandCase cases[] = {
-      {"position of axis 0", false, NOTHING, {},
-       [](AuxBusMount& m) { return m.ReadAxisPosition(0); }, "3B 03 32 10 01 BA"},
-      {"position of axis 1", false, NOTHING, {},
-       [](AuxBusMount& m) { return m.ReadAxisPosition(1); }, "3B 03 32 11 01 B9"},
       {"sidereal rate", false, NOTHING, {},
        [](AuxBusMount& m) { return m.SetAxisRate(0, 7.292115845221407e-05); },
        "3B 06 32 10 06 00 3C 00 76"},

@@ -9,12 +9,42 @@
 #include <utility>
 #include <vector>
 
-#include "protocols/motor_controller_script.h"
 #include "protocols/motorcontroller/motor_controller_altaz_mount.h"
 #include "protocols/motorcontroller/motor_controller_equatorial_mount.h"
+#include "support/scripted_controller.h"
 
-namespace scopemount::testing::motor_controller_tests {
+namespace scopemount::testing {
 namespace {
+
+// Replies are scripted by the frame between ':' and '\r' (e.g. "j1");
+// unscripted frames are acknowledged, and a lone ':' (the echo probe) is
+// no frame.
+bool IsFrame(const std::string& command) { return command.size() >= 2 && command.back() == '\r'; }
+struct MotorControllerLine : ScriptedLine {
+  MotorControllerLine()
+      : ScriptedLine(
+            100.0,
+            [](const std::string& command) {
+              return IsFrame(command) ? command.substr(1, command.size() - 2) : command;
+            },
+            [](const std::string& command) { return IsFrame(command) ? "=\r" : SILENCE; }) {}
+};
+
+// A reference controller with round constants: 1,000,000 counts per revolution on
+// both axes, a 50,000 Hz timer, high-speed ratio 16.
+constexpr double EXAMPLE_COUNTS = 1000000.0;
+constexpr uint32_t EXAMPLE_TIMER = 50000;
+void LoadExampleConstants(MotorControllerMount& mount) {
+  for (uint32_t axis = 0; axis < AXIS_COUNT; ++axis) {
+    mount.countsPerRadian[axis] = EXAMPLE_COUNTS / TWO_PI;
+    mount.radiansPerCount[axis] = TWO_PI / EXAMPLE_COUNTS;
+    mount.timerFrequency[axis] = EXAMPLE_TIMER;
+    mount.periodFactor[axis] = EXAMPLE_TIMER / mount.countsPerRadian[axis];
+    mount.highSpeedRatio[axis] = 16;
+    mount.brakeSteps[axis] = BRAKE_STEPS;
+    mount.lowSpeedGotoLimit[axis] = 7427;
+  }
+}
 
 constexpr double RADIANS_PER_COUNT = TWO_PI / EXAMPLE_COUNTS;
 constexpr double DEGREE = PI / 180.0;
@@ -33,6 +63,7 @@ struct WireCase {
   int32_t result;
   Check check = nullptr;   // what the operation left in the mount
   Check setup = nullptr;   // before the operation
+  bool echoingLine = false;
 };
 
 OwnedMount<MotorControllerMount> MakeMount(bool equatorial) {
@@ -40,13 +71,17 @@ OwnedMount<MotorControllerMount> MakeMount(bool equatorial) {
   return OwnedMount<MotorControllerMount>(new MotorControllerAltAzMount);
 }
 
-void RunCases(const std::vector<WireCase>& cases) {
+// Each case on a fresh line and mount; an opening reads the controller's
+// constants itself, any other operation runs on the reference controller's.
+void RunCases(const std::vector<WireCase>& cases, bool opening = false) {
   for (const WireCase& c : cases) {
     SCOPED_TRACE(c.name);
-    ScriptedLine line;
+    MotorControllerLine line;
+    line.port.line().SetWiring(emulation::LineWiring{.echo = c.echoingLine});
     for (const auto& [frame, replies] : c.script) line.controller().Script(frame, replies);
     OwnedMount<MotorControllerMount> mount = MakeMount(c.equatorial);
-    LoadExampleConstants(*mount);
+    EXPECT_EQ(line.port.baudRate, MOTOR_CONTROLLER_BAUD);
+    if (!opening) LoadExampleConstants(*mount);
     if (c.setup) c.setup(*mount);
     EXPECT_EQ(c.operation(*mount), c.result);
     EXPECT_EQ(line.Written(), c.written);
@@ -201,16 +236,6 @@ TEST(MotorControllerWire, StopsAndDeclaredPositions) {
 
 // Opening: echo test, version, gear and timer constants, positions and the
 // axes' start-up, in that order.
-struct OpenCase {
-  const char* name;
-  bool equatorial;
-  bool echoingLine;
-  Script script;
-  std::string written;
-  int32_t result;
-  Check check = nullptr;
-};
-
 const Script EXAMPLE_CONTROLLER = {
     {"e1", {"=021004\r"}}, {"a1", {"=40420F\r"}}, {"a2", {"=40420F\r"}}, {"b1", {"=50C300\r"}},
     {"g1", {"=10\r"}},     {"g2", {"=10\r"}},     {"s1", {"=A86100\r"}}, {"s2", {"=A86100\r"}},
@@ -225,8 +250,9 @@ Script With(Script script, const std::string& frame, std::vector<std::string> re
 
 TEST(MotorControllerWire, OpeningSequence) {
   const std::string constants = ":e1\r:a1\r:a2\r:b1\r:g1\r:g2\r";
-  const std::vector<OpenCase> cases = {
-      {"line without echo", false, false, EXAMPLE_CONTROLLER,
+  const Operation open = [](MotorControllerMount& m) { return m.OpenMount(); };
+  const std::vector<WireCase> cases = {
+      {"line without echo", false, EXAMPLE_CONTROLLER, open,
        ":" + constants + ":s1\r:s2\r:j1\r:j2\r:F1\r:F2\r", Ok,
        [](MotorControllerMount& m) {
          EXPECT_EQ(m.echoesCommands, 0u);
@@ -241,58 +267,46 @@ TEST(MotorControllerWire, OpeningSequence) {
          EXPECT_EQ(m.brakeSteps[1], BRAKE_STEPS);
          EXPECT_EQ(m.useInstantStop, 0u);
        }},
-      {"echoing line skips the worm steps", false, true, EXAMPLE_CONTROLLER,
+      {"echoing line skips the worm steps", false, EXAMPLE_CONTROLLER, open,
        ":" + constants + ":j1\r:j2\r:F1\r:F2\r", Ok,
-       [](MotorControllerMount& m) { EXPECT_EQ(m.echoesCommands, 1u); }},
-      {"fixed-gear board with instant stops", false, false,
-       With(EXAMPLE_CONTROLLER, "e1", {"=010980\r"}), ":" + constants + ":j1\r:j2\r:F1\r:F2\r",
-       Ok,
+       [](MotorControllerMount& m) { EXPECT_EQ(m.echoesCommands, 1u); }, nullptr, true},
+      {"fixed-gear board with instant stops", false,
+       With(EXAMPLE_CONTROLLER, "e1", {"=010980\r"}), open,
+       ":" + constants + ":j1\r:j2\r:F1\r:F2\r", Ok,
        [](MotorControllerMount& m) {
          EXPECT_DOUBLE_EQ(m.countsPerRadian[0], 1452951 / TWO_PI);
          EXPECT_EQ(m.useInstantStop, 1u);
          EXPECT_EQ(m.echoesCommands, 1u);
          EXPECT_DOUBLE_EQ(m.gotoTolerance, 0.0017453292519943296);
        }},
-      {"version answered on the second try", false, false,
-       With(EXAMPLE_CONTROLLER, "e1", {SILENCE, "=021004\r"}),
+      {"version answered on the second try", false,
+       With(EXAMPLE_CONTROLLER, "e1", {SILENCE, "=021004\r"}), open,
        ":" + std::string(":e1\r") + constants + ":s1\r:s2\r:j1\r:j2\r:F1\r:F2\r", Ok},
-      {"silent controller", false, false, {{"e1", {SILENCE}}}, ":" + std::string(":e1\r:e1\r"),
-       NoResponseAxis1},
-      {"garbled version", false, false, {{"e1", {"=0G\r"}}}, ":" + std::string(":e1\r:e1\r"),
-       InvalidParameter},
-      {"undecodable constants keep their values", false, false,
-       With(With(EXAMPLE_CONTROLLER, "a2", {"=??\r"}), "g2", {"=\r"}),
+      {"silent controller", false, {{"e1", {SILENCE}}}, open, "::e1\r:e1\r", NoResponseAxis1},
+      {"garbled version", false, {{"e1", {"=0G\r"}}}, open, "::e1\r:e1\r", InvalidParameter},
+      {"undecodable constants keep their values", false,
+       With(With(EXAMPLE_CONTROLLER, "a2", {"=??\r"}), "g2", {"=\r"}), open,
        ":" + constants + ":s1\r:s2\r:j1\r:j2\r:F1\r:F2\r", Ok,
        [](MotorControllerMount& m) {
          EXPECT_EQ(m.countsPerRadian[1], 0.0);
          EXPECT_EQ(m.highSpeedRatio[1], 0u);
        }},
-      {"failed F ends the Alt/Az opening", false, false, With(EXAMPLE_CONTROLLER, "F1", {SILENCE}),
+      {"failed F ends the Alt/Az opening", false, With(EXAMPLE_CONTROLLER, "F1", {SILENCE}), open,
        ":" + constants + ":s1\r:s2\r:j1\r:j2\r:F1\r", NoResponseAxis1},
-      {"equatorial with initialised axes", true, false, EXAMPLE_CONTROLLER,
+      {"equatorial with initialised axes", true, EXAMPLE_CONTROLLER, open,
        ":" + constants + ":s1\r:s2\r:j1\r:j2\r:f1\r:f2\r:F1\r:F2\r", Ok,
        [](MotorControllerMount& m) { EXPECT_EQ(m.southernHemisphere, 0u); }},
-      {"equatorial uninitialised: declared at home", true, false,
-       With(With(EXAMPLE_CONTROLLER, "f1", {"=000\r"}), "f2", {"=000\r"}),
+      {"equatorial uninitialised: declared at home", true,
+       With(With(EXAMPLE_CONTROLLER, "f1", {"=000\r"}), "f2", {"=000\r"}), open,
        ":" + constants + ":s1\r:s2\r:j1\r:j2\r:f1\r:E1000080\r:f2\r:E290D083\r:F1\r:F2\r", Ok},
-      {"equatorial ignores a failed F", true, false, With(EXAMPLE_CONTROLLER, "F1", {SILENCE}),
+      {"equatorial ignores a failed F", true, With(EXAMPLE_CONTROLLER, "F1", {SILENCE}), open,
        ":" + constants + ":s1\r:s2\r:j1\r:j2\r:f1\r:f2\r:F1\r:F2\r", Ok},
   };
-  for (const OpenCase& c : cases) {
-    SCOPED_TRACE(c.name);
-    ScriptedLine line;
-    line.port.line().SetWiring(emulation::LineWiring{.echo = c.echoingLine});
-    for (const auto& [frame, replies] : c.script) line.controller().Script(frame, replies);
-    OwnedMount<MotorControllerMount> mount = MakeMount(c.equatorial);
-    EXPECT_EQ(mount->OpenMount(), c.result);
-    EXPECT_EQ(line.Written(), c.written);
-    EXPECT_EQ(line.port.baudRate, MOTOR_CONTROLLER_BAUD);
-    if (c.check) c.check(*mount);
-  }
+  RunCases(cases, true);
 }
 
 TEST(MotorControllerWire, SouthernEquatorialOpeningSetsTheDirectionBit) {
-  ScriptedLine line;
+  MotorControllerLine line;
   for (const auto& [frame, replies] : EXAMPLE_CONTROLLER) line.controller().Script(frame, replies);
   OwnedMount<MotorControllerMount> mount = MakeMount(true);
   mount->SetSite(-30 * DEGREE, 0.0);
@@ -306,7 +320,7 @@ TEST(MotorControllerWire, SouthernEquatorialOpeningSetsTheDirectionBit) {
 }
 
 TEST(MotorControllerAltAz, AzimuthTargetsTakeTheShortWayRound) {
-  ScriptedLine line;
+  MotorControllerLine line;
   OwnedMount<MotorControllerAltAzMount> mount(new MotorControllerAltAzMount);
   // The sky position whose azimuth-axis angle is -3.0 rad.
   AnglePair axes{-3.0, 0.5};
@@ -326,4 +340,4 @@ TEST(MotorControllerAltAz, AzimuthTargetsTakeTheShortWayRound) {
 }
 
 }  // namespace
-}  // namespace scopemount::testing::motor_controller_tests
+}  // namespace scopemount::testing

@@ -36,6 +36,8 @@ constexpr double ALTAZ_GOTO = 0.0014544410433286077;       // 1/12 degree
 constexpr double EQUATORIAL_GOTO = 0.0005817764173314432;  // 1/30 degree
 constexpr double COUNT = 2e-5;  // coarser than a count of any controller
 const LineWiring AUX_BUS{.echo = true, .rtsLoopsToCts = true};
+// A motor-controller cable that echoes the host's bytes (model 5 has one).
+const LineWiring ECHOING{.echo = true};
 
 Controllers AuxBus() { return std::make_unique<emulation::AuxBusControllers>(); }
 Controllers MotorController() { return std::make_unique<emulation::MotorControllerEmulator>(); }
@@ -57,7 +59,7 @@ struct Model {
 const Model MODELS[] = {
     {0, 0, false, AuxBus, AUX_BUS, 100.0},         {1, 1, true, AuxBus, AUX_BUS, 100.0},
     {2, 2, false, MotorController, {}, 50.0},      {3, 3, true, MotorController, {}, 50.0},
-    {4, 3, true, MotorController, {}, 50.0},       {5, 2, false, MotorController, {}, 50.0},
+    {4, 3, true, MotorController, {}, 50.0},       {5, 2, false, MotorController, ECHOING, 50.0},
     {8, 8, false, CompactBoard, {}, 100.0},        {9, 9, false, CompactBoard, {}, 100.0},
     {10, 8, false, CompactBoard, {}, 100.0},       {11, 9, false, CompactBoard, {}, 100.0},
 };
@@ -88,6 +90,9 @@ TEST_P(EveryModel, GotosBySkyAndHorizontalPositionArriveAndTrackingHolds) {
   ASSERT_EQ(session.connected, SCOPE_OK);
   EXPECT_EQ(ScopeIsEquatorial(), model.equatorial ? 1 : 0);
   EXPECT_EQ(CurrentMount()->modelId, model.storedAs);
+  if (auto* motorController = dynamic_cast<MotorControllerMount*>(CurrentMount())) {
+    EXPECT_EQ(motorController->echoesCommands, model.wiring.echo ? 1u : 0u);
+  }
 
   const AnglePair target{-1.5 * HOUR, 20 * DEG};
   const uint32_t requested = Tick();
@@ -342,32 +347,6 @@ TEST(AuxBus, AReversalTakesUpTheBacklashBeforeTheNewRate) {
   EXPECT_NE(takeUpAt, wire.end()) << "no take-up on reversal";
   EXPECT_NE(rateAt, wire.end()) << "the rate was never set";
   EXPECT_LT(takeUpAt, rateAt) << "take-up first";
-}
-
-// --- The motor controller ---------------------------------------------------------
-
-TEST(MotorController, SouthernEquatorialTrackingRunsBackwards) {
-  ControllerBench bench(50.0, MotorController());
-  ASSERT_EQ(bench.Connect(3, -LATITUDE), SCOPE_OK);
-  ASSERT_EQ(ScopeGotoEquatorial(1.5 * HOUR, -5 * DEG), SCOPE_OK);
-  ASSERT_TRUE(WaitForTracking());
-  auto& controller = bench.controller<emulation::MotorControllerEmulator>();
-  const double countsPerRadian =
-      emulation::MotorControllerSettings{}.countsPerRevolution[0] / TWO_PI;
-  EXPECT_TRUE(WaitUntil([&] {
-    return std::fabs(controller.RunRate(0, bench.NowMs()) / countsPerRadian + SIDEREAL_RATE) <
-           0.01 * SIDEREAL_RATE;
-  })) << controller.RunRate(0, bench.NowMs()) / countsPerRadian;
-}
-
-TEST(MotorController, AnEchoingLineWorksEndToEnd) {
-  ControllerBench bench(50.0, MotorController());
-  bench.line().SetWiring(LineWiring{.echo = true});
-  ASSERT_EQ(bench.Connect(2), SCOPE_OK);
-  EXPECT_EQ(dynamic_cast<MotorControllerMount&>(*CurrentMount()).echoesCommands, 1u);
-  ASSERT_EQ(ScopeGotoAxes(0.3, 0.4), SCOPE_OK);
-  ASSERT_TRUE(WaitUntil(WorkersEndedAndNotSlewing));
-  EXPECT_LE(Separation(AxisPositions(), {0.3, 0.4}), ALTAZ_GOTO);
 }
 
 }  // namespace

@@ -41,32 +41,24 @@ inline std::chrono::steady_clock::duration DisconnectOnceWorkersEnd() {
 class ControllerBench {
  public:
   ControllerBench(double speed, std::unique_ptr<emulation::ControllerModel> controller)
-      : clock_(std::make_unique<ScopedFastClock>(speed)),
-        port_(std::make_unique<EmulatedPort>(std::move(controller))) {
+      : clock_(speed), port_(std::move(controller)) {
     DisconnectOnceWorkersEnd();
   }
-  ~ControllerBench() {
-    DisconnectOnceWorkersEnd();
-    port_.reset();
-    clock_.reset();
-  }
-  ControllerBench(const ControllerBench&) = delete;
-  ControllerBench& operator=(const ControllerBench&) = delete;
+  // Before the port and then the clock go.
+  ~ControllerBench() { DisconnectOnceWorkersEnd(); }
 
   int32_t Connect(int32_t model, double latitude = 0.6) {
     return ScopeConnect(model, latitude, 100.0);
   }
   template <typename Controller>
   Controller& controller() {
-    return static_cast<Controller&>(port_->model());
+    return static_cast<Controller&>(port_.model());
   }
-  emulation::EmulatedLine& line() { return port_->line(); }
-  EmulatedPort& port() { return *port_; }
-  uint64_t NowMs() const { return clock_->NowMs(); }
+  emulation::EmulatedLine& line() { return port_.line(); }
 
  private:
-  std::unique_ptr<ScopedFastClock> clock_;
-  std::unique_ptr<EmulatedPort> port_;
+  ScopedFastClock clock_;
+  EmulatedPort port_;
 };
 
 }  // namespace scopemount::testing
