@@ -243,7 +243,7 @@ TEST_F(MotionWorkers, NoWorkerStartsOnceTheMountIsBeingReleased) {
       EXPECT_EQ(m->workerStarts, 0u);
       EXPECT_EQ(m->References(), 1u);
       EXPECT_EQ(m->axisRunFlag[0] | m->axisRunFlag[1], 0u) << "the run flags are free again";
-      EXPECT_FALSE(m->altAzTracking.IsStartingOrRunning());
+      EXPECT_FALSE(m->IsTrackingLoopRunning());
       EXPECT_EQ(MountStatus(*m), STATE_IDLE);
     }
   }

@@ -266,14 +266,14 @@ TEST(StarAlignmentEquatorial, StarsOnOneMeridianOrOneGreatCircleFail) {
     EXPECT_NEAR(left.coneError, 0.0, 1e-6);
   };
   // The equatorial frame measures (hour angle, declination) itself.
-  const StarObservation a{{0.3, 0.1}, {0.3, 0.1}};
-  const StarObservation b{{0.3, 0.6}, {0.3, 0.6}};
+  const StarObservation a{{-0.3, 0.1}, {-0.3, 0.1}};
+  const StarObservation b{{-0.3, 0.6}, {-0.3, 0.6}};
   EXPECT_EQ(equatorial.AlignTwoStars(a, b), AlignFailed) << "same meridian";
   expectNominal();
 
-  const StarObservation e1{{-0.5, 0.0}, {-0.5, 0.0}};
-  const StarObservation e2{{0.3, 0.0}, {0.3, 0.0}};
-  const StarObservation e3{{1.0, 0.0}, {1.0, 0.0}};
+  const StarObservation e1{{-1.5, 0.0}, {-1.5, 0.0}};
+  const StarObservation e2{{-0.3, 0.0}, {-0.3, 0.0}};
+  const StarObservation e3{{-1.0, 0.0}, {-1.0, 0.0}};
   EXPECT_EQ(equatorial.AlignThreeStars(e1, e2, e3), AlignFailed) << "all on the equator";
   expectNominal();
   EXPECT_EQ(equatorial.aligned, 0u);

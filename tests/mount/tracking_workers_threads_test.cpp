@@ -161,7 +161,7 @@ TEST_F(Tracking, UnalignedAltAzLoopSetsClosedFormRatesEveryTenSeconds) {
   mount->PlaceAxes(1.0, 0.7);
   ASSERT_EQ(mount->SetTracking(1), Ok);
   ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 1).size() >= 3; }));
-  EXPECT_TRUE(mount->altAzTracking.IsRunning());
+  EXPECT_TRUE(mount->IsTrackingLoopRunning());
   EXPECT_EQ(MountStatus(*mount), STATE_TRACKING);
   const std::vector<CommandRecord> rates0 = Rates(*mount, 0);
   const AxisRates expected = SkyRatesAt(*mount, {1.0, 0.7});
@@ -174,13 +174,13 @@ TEST_F(Tracking, UnalignedAltAzLoopSetsClosedFormRatesEveryTenSeconds) {
   }
 
   ASSERT_EQ(mount->StopTracking(), Ok);
-  EXPECT_FALSE(mount->altAzTracking.IsRunning()) << "the halt waited for the loop to end";
+  EXPECT_FALSE(mount->IsTrackingLoopRunning()) << "the halt waited for the loop to end";
   EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
   const uint32_t started = mount->workerStarts;
   ASSERT_EQ(mount->SetTracking(1), Ok);
   ASSERT_TRUE(WaitUntil([&] { return mount->workerStarts == started + 2; }))
       << "a new starter and a new loop";
-  EXPECT_TRUE(mount->altAzTracking.IsRunning());
+  EXPECT_TRUE(mount->IsTrackingLoopRunning());
 }
 
 TEST_F(Tracking, AlignedAltAzLoopAimsThirtySecondsAheadAndHoldsTheStar) {
@@ -272,7 +272,7 @@ TEST_F(Tracking, AltAzTakeUpThatCannotBeCommandedEndsTheLoop) {
   ASSERT_EQ(mount->SetTracking(1), Ok);
   ASSERT_TRUE(WaitUntil([this] { return mount->workerStarts == 2 && WorkersGone(); }))
       << "the loop ended by itself";
-  EXPECT_FALSE(mount->altAzTracking.IsStartingOrRunning());
+  EXPECT_FALSE(mount->IsTrackingLoopRunning());
   EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
   const std::vector<CommandRecord> commands = mount->Commands();
   ASSERT_EQ(commands.size(), 1u) << "nothing after the failed take-up";
@@ -280,7 +280,7 @@ TEST_F(Tracking, AltAzTakeUpThatCannotBeCommandedEndsTheLoop) {
 
   ASSERT_EQ(mount->SetTracking(1), Ok);
   ASSERT_TRUE(WaitUntil([this] { return !Rates(*mount, 0).empty(); })) << "tracking restarts";
-  EXPECT_TRUE(mount->altAzTracking.IsRunning());
+  EXPECT_TRUE(mount->IsTrackingLoopRunning());
 }
 
 TEST_F(Tracking, AltAzFailedReadsAndRatesSkipOnlyTheirCycle) {
@@ -309,7 +309,7 @@ TEST_F(Tracking, AltAzFailedReadsAndRatesSkipOnlyTheirCycle) {
     ASSERT_EQ(mount->SetTracking(1), Ok);
     ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 1).size() >= 2; }));
     EXPECT_GE(Rates(*mount, 1)[0].tick - started, c.minFirstRateMs);
-    EXPECT_TRUE(mount->altAzTracking.IsRunning()) << "the loop goes on";
+    EXPECT_TRUE(mount->IsTrackingLoopRunning()) << "the loop goes on";
     EXPECT_EQ(MountStatus(*mount), STATE_TRACKING);
     TearDown();
   }
@@ -326,7 +326,7 @@ TEST_F(Tracking, AltAzTakeUpRetriesTheRateThreeTimesThenTracksOn) {
       << "the loop neither hangs in the take-up nor ends";
   EXPECT_EQ(RatesBeforeOtherAxis(*mount, 1), 1u + 3u) << "the take-up, then three attempts";
   EXPECT_EQ(mount->CommandCount(Command::Stop, 1), 3u) << "each attempt stops the axis first";
-  EXPECT_TRUE(mount->altAzTracking.IsRunning());
+  EXPECT_TRUE(mount->IsTrackingLoopRunning());
 }
 
 TEST_F(Tracking, AlignedAltAzCorrectionNeverReversesAnAxis) {
