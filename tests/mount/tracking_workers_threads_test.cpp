@@ -74,6 +74,16 @@ class Tracking : public ::testing::Test {
   }
   // No worker thread holds the mount any more.
   bool WorkersGone() { return mount->References() == 1; }
+  // Tracking here reverses the axis, which takes up `backlashMs` first:
+  // equatorial axis 0 ran negative; at Alt/Az (1.0, 0.7) the altitude rate
+  // is positive and axis 1 ran negative.
+  uint32_t PrepareReversal(uint32_t backlashMs) {
+    const uint32_t axis = mount->geometry == Geometry::AltAz ? 1 : 0;
+    if (axis == 1) mount->PlaceAxes(1.0, 0.7);
+    mount->backlashTime[axis] = backlashMs;
+    mount->axisDirection[axis] = 0;
+    return axis;
+  }
 
   std::unique_ptr<ScopedFastClock> fast;
   OwnedMount<TestMount> mount;
@@ -136,20 +146,32 @@ TEST_F(Tracking, EquatorialTrackingLeavesAnAxisThatAMotionOwns) {
   EXPECT_EQ(MountStatus(*mount), STATE_MOVING);
 }
 
-TEST_F(Tracking, EquatorialRateThatCannotBeSetLeavesTrackingOff) {
-  for (const uint32_t backlashMs : {0u, 500u}) {
-    SCOPED_TRACE(backlashMs ? "the take-up rate fails" : "the tracking rate fails");
-    Make(Geometry::Equatorial, 20.0);
-    mount->backlashTime[0] = backlashMs;
-    mount->axisDirection[0] = 0;  // sidereal tracking reverses the axis
-    mount->FailRateCommands(0, 0, 1);
+// The first rate command fails: the worker (or the loop) ends with nothing
+// more commanded, the tracking bit clear and the axes handed back, and a
+// later start tracks.
+TEST_F(Tracking, RateThatCannotBeSetLeavesTrackingOff) {
+  const struct {
+    const char* name;
+    Geometry geometry;
+    uint32_t backlashMs;
+    uint32_t workerStarts;  // the Alt/Az starter runs a loop of its own
+  } cases[] = {
+      {"equatorial tracking rate", Geometry::Equatorial, 0, 1},
+      {"equatorial take-up rate", Geometry::Equatorial, 500, 1},
+      {"Alt/Az take-up rate", Geometry::AltAz, 300, 2},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Make(c.geometry, 100.0);
+    mount->FailRateCommands(PrepareReversal(c.backlashMs), 0, 1);
     ASSERT_EQ(mount->SetTracking(1), Ok);
-    ASSERT_TRUE(WaitUntil([this] { return mount->workerStarts == 1 && WorkersGone(); }));
+    ASSERT_TRUE(WaitUntil([&] { return mount->workerStarts == c.workerStarts && WorkersGone(); }));
     const std::vector<CommandRecord> commands = mount->Commands();
     ASSERT_EQ(commands.size(), 1u) << "nothing after the failed rate";
     EXPECT_TRUE(commands[0].failed);
     EXPECT_EQ(mount->mountState & STATE_TRACKING, 0u) << "the tracking bit stays clear";
     EXPECT_TRUE(mount->workerIdleEvent.IsSignalled()) << "the axes were handed back";
+    EXPECT_FALSE(mount->IsTrackingLoopRunning());
     ASSERT_EQ(mount->SetTracking(1), Ok);
     ASSERT_TRUE(WaitUntil([this] { return MountStatus(*mount) == STATE_TRACKING; }));
     TearDown();
@@ -234,9 +256,7 @@ TEST_F(Tracking, AzimuthCrossingTheSeamKeepsASmallRateOfTheSameSign) {
 
 TEST_F(Tracking, AltAzTakeUpLastsOneCycle) {
   Make(Geometry::AltAz, 100.0);
-  mount->PlaceAxes(1.0, 0.7);
-  mount->backlashTime[1] = 300;
-  mount->axisDirection[1] = 0;  // the altitude rate here is positive: a reversal
+  PrepareReversal(300);
   ASSERT_EQ(mount->SetTracking(1), Ok);
   ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 1).size() >= 4; }));
   const std::vector<CommandRecord> all = mount->Commands();
@@ -261,26 +281,6 @@ size_t RatesBeforeOtherAxis(const TestMount& mount, uint32_t axis) {
     ++count;
   }
   return count;
-}
-
-TEST_F(Tracking, AltAzTakeUpThatCannotBeCommandedEndsTheLoop) {
-  Make(Geometry::AltAz, 100.0);
-  mount->PlaceAxes(1.0, 0.7);
-  mount->backlashTime[1] = 300;
-  mount->axisDirection[1] = 0;  // the altitude rate here reverses the axis
-  mount->FailRateCommands(1, 0, 1);
-  ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return mount->workerStarts == 2 && WorkersGone(); }))
-      << "the loop ended by itself";
-  EXPECT_FALSE(mount->IsTrackingLoopRunning());
-  EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
-  const std::vector<CommandRecord> commands = mount->Commands();
-  ASSERT_EQ(commands.size(), 1u) << "nothing after the failed take-up";
-  EXPECT_TRUE(commands[0].failed);
-
-  ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return !Rates(*mount, 0).empty(); })) << "tracking restarts";
-  EXPECT_TRUE(mount->IsTrackingLoopRunning());
 }
 
 TEST_F(Tracking, AltAzFailedReadsAndRatesSkipOnlyTheirCycle) {
@@ -317,10 +317,7 @@ TEST_F(Tracking, AltAzFailedReadsAndRatesSkipOnlyTheirCycle) {
 
 TEST_F(Tracking, AltAzTakeUpRetriesTheRateThreeTimesThenTracksOn) {
   Make(Geometry::AltAz, 100.0);
-  mount->PlaceAxes(1.0, 0.7);
-  mount->backlashTime[1] = 300;
-  mount->axisDirection[1] = 0;
-  mount->FailRateCommands(1, 1, 1000);  // the take-up runs, no rate after it does
+  mount->FailRateCommands(PrepareReversal(300), 1, 1000);  // the take-up runs, no rate after it does
   ASSERT_EQ(mount->SetTracking(1), Ok);
   ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 0).size() >= 2; }))
       << "the loop neither hangs in the take-up nor ends";
