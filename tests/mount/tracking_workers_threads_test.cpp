@@ -46,20 +46,6 @@ AxisRates SkyRatesAt(TestMount& mount, AnglePair axes) {
   return {NormalizeAngle(after.lon - before.lon) / 2.0, (after.lat - before.lat) / 2.0};
 }
 
-// The loop's closed form where the answer is known by hand.
-TEST(AltAzClosedFormRates, FollowTheSkyAtTheEquatorAndThePole) {
-  const struct {
-    double latitude, azimuth, rate0, rate1;
-  } cases[] = {{0, 0, 0, 0},                      // north horizon at the equator stands still
-               {90 * DEG, 0, SIDEREAL_RATE, 0},   // at the pole the sky turns in azimuth only
-               {0, 90 * DEG, 0, SIDEREAL_RATE}};  // due east a star rises straight up
-  for (const auto& c : cases) {
-    const AxisRates rates = AltAzClosedFormRates(c.latitude, c.azimuth, 0.0);
-    EXPECT_NEAR(rates.axis0, c.rate0, 1e-18) << c.latitude << " " << c.azimuth;
-    EXPECT_NEAR(rates.axis1, c.rate1, 1e-18) << c.latitude << " " << c.azimuth;
-  }
-}
-
 class Tracking : public ::testing::Test {
  protected:
   void Make(Geometry geometry, double speed) {
