@@ -60,6 +60,14 @@ class Tracking : public ::testing::Test {
   }
   // No worker thread holds the mount any more.
   bool WorkersGone() { return mount->References() == 1; }
+  // An aligned Alt/Az loop from `axes`, once it has set `rates` axis-0 rates.
+  void TrackAligned(AnglePair axes, size_t rates) {
+    Make(Geometry::AltAz, 200.0);
+    mount->aligned = 1;
+    mount->PlaceAxes(axes.lon, axes.lat);
+    ASSERT_EQ(mount->SetTracking(1), Ok);
+    ASSERT_TRUE(WaitUntil([&] { return Rates(*mount, 0).size() >= rates; }));
+  }
   // Tracking here reverses the axis, which takes up `backlashMs` first:
   // equatorial axis 0 ran negative; at Alt/Az (1.0, 0.7) the altitude rate
   // is positive and axis 1 ran negative.
@@ -192,11 +200,7 @@ TEST_F(Tracking, UnalignedAltAzLoopSetsClosedFormRatesEveryTenSeconds) {
 }
 
 TEST_F(Tracking, AlignedAltAzLoopAimsThirtySecondsAheadAndHoldsTheStar) {
-  Make(Geometry::AltAz, 200.0);
-  mount->aligned = 1;
-  mount->PlaceAxes(2.0, 0.8);
-  ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 0).size() >= 5; }));
+  ASSERT_NO_FATAL_FAILURE(TrackAligned({2.0, 0.8}, 5));
   const std::vector<CommandRecord> rates0 = Rates(*mount, 0);
   for (size_t i = 2; i < rates0.size(); ++i) {
     EXPECT_GE(rates0[i].tick - rates0[i - 1].tick, ALIGNED_TRACKING_PERIOD_MS);
@@ -211,11 +215,7 @@ TEST_F(Tracking, AlignedAltAzLoopAimsThirtySecondsAheadAndHoldsTheStar) {
 }
 
 TEST_F(Tracking, AlignedLoopReAnchorsWhereTheMountWasMovedTo) {
-  Make(Geometry::AltAz, 200.0);
-  mount->aligned = 1;
-  mount->PlaceAxes(2.0, 0.8);
-  ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 0).size() >= 2; }));
+  ASSERT_NO_FATAL_FAILURE(TrackAligned({2.0, 0.8}, 2));
   // Moved underneath the loop by 10 degrees (a hand on the tube).
   mount->PlaceAxes(2.0 + 10 * DEG, 0.8);
   const size_t from = mount->CommandCount();
@@ -229,12 +229,8 @@ TEST_F(Tracking, AlignedLoopReAnchorsWhereTheMountWasMovedTo) {
 }
 
 TEST_F(Tracking, AzimuthCrossingTheSeamKeepsASmallRateOfTheSameSign) {
-  Make(Geometry::AltAz, 200.0);
-  mount->aligned = 1;
   // Just east of due south, a star about to transit moves toward +-pi.
-  mount->PlaceAxes(PI - 2e-4, 40 * DEG);
-  ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return !Rates(*mount, 0).empty(); }));
+  ASSERT_NO_FATAL_FAILURE(TrackAligned({PI - 2e-4, 40 * DEG}, 1));
   const double rate = Rates(*mount, 0)[0].value;
   EXPECT_GT(rate, 0.0);
   EXPECT_LT(rate, 3 * SIDEREAL_RATE);
@@ -313,11 +309,7 @@ TEST_F(Tracking, AltAzTakeUpRetriesTheRateThreeTimesThenTracksOn) {
 }
 
 TEST_F(Tracking, AlignedAltAzCorrectionNeverReversesAnAxis) {
-  Make(Geometry::AltAz, 200.0);
-  mount->aligned = 1;
-  mount->PlaceAxes(2.0, 0.8);
-  ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return !Rates(*mount, 0).empty(); }));
+  ASSERT_NO_FATAL_FAILURE(TrackAligned({2.0, 0.8}, 1));
   const double direction = Rates(*mount, 0)[0].value > 0.0 ? 1.0 : -1.0;
   // Pushed two degrees ahead of the star: catching back up would reverse
   // axis 0, so the loop runs it slower than the star instead.
