@@ -1,7 +1,7 @@
 // What a user checks on the two simulators: a GOTO reads back its sky
 // position, tracking holds it for an hour, the altitude limits refuse
-// targets without moving anything, a stop ends a slew, and the mount state
-// says what is happening all along.
+// targets without moving anything, and the mount state says what is
+// happening all along.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -164,29 +164,6 @@ TEST_P(BothSimulators, TargetsBeyondTheAltitudeLimitsAreRefusedAndNothingMoves) 
   EXPECT_EQ(now.lon, home.lon);
   EXPECT_EQ(now.lat, home.lat);
   EXPECT_EQ(CurrentMount()->References(), 1u) << "no worker was started";
-}
-
-TEST_P(BothSimulators, StopMidSlewLeavesBothAxesStoppedAndTheMountIdle) {
-  const int32_t model = GetParam();
-  for (uint32_t stoppedAxis : {0u, 1u}) {
-    SimulatorSession session(model, 0.6, SLEW_SPEED_UP);
-    // A long slew of both axes, with tracking to follow.
-    ASSERT_EQ(ScopeGotoEquatorial(-4 * HOUR, -5 * DEG), SCOPE_OK);
-    ASSERT_TRUE(WaitUntil([] {
-      return (AxisStatus(0) & SCOPE_AXIS_SLEWING) != 0 && (AxisStatus(1) & SCOPE_AXIS_SLEWING) != 0;
-    }));
-    EXPECT_EQ(MountState(), SCOPE_STATE_SLEWING);
-    ASSERT_EQ(ScopeStopAxis(stoppedAxis), SCOPE_OK);
-    ASSERT_TRUE(WaitForState(SCOPE_STATE_IDLE)) << "axis " << stoppedAxis;
-    EXPECT_EQ(AxisStatus(0), SCOPE_AXIS_STOPPED);
-    EXPECT_EQ(AxisStatus(1), SCOPE_AXIS_STOPPED);
-    const AnglePair stopped = AxisPositions();
-    WaitTestTime(10000);
-    const AnglePair later = AxisPositions();
-    EXPECT_EQ(later.lon, stopped.lon) << "axis 0 stands";
-    EXPECT_EQ(later.lat, stopped.lat) << "axis 1 stands";
-    EXPECT_EQ(MountState(), SCOPE_STATE_IDLE) << "no tracking after an interrupted GOTO";
-  }
 }
 
 // The first GOTO's worker may start only after the second's holds the axes:

@@ -142,8 +142,8 @@ TEST(Exports, ForwardingAndTheirOwnSteps) {
 
   // The offset GOTO goes through the mount's frame and back.
   double axes[2];
-  EXPECT_EQ(ScopeSkyToAxes(0.3, 0.2, axes), SCOPE_OK);
-  EXPECT_NEAR(axes[0], 0.3 - (0.001 / std::cos(0.2) + 0.002 * std::tan(0.2)), 1e-14);
+  EXPECT_EQ(ScopeSkyToAxes(-0.3, 0.2, axes), SCOPE_OK);  // east: not mirrored
+  EXPECT_NEAR(axes[0], -0.3 - (0.001 / std::cos(0.2) + 0.002 * std::tan(0.2)), 1e-14);
   ScopeSetSlewParameters(0.01, 0.02, 0.003, 4.0);
   EXPECT_EQ(mount->gotoTolerance, 0.003);
   EXPECT_EQ(mount->slewLeadTime, 4.0);

@@ -49,8 +49,8 @@ class MotionWorkers : public ::testing::Test {
     mount.reset();
     EXPECT_TRUE(WaitUntil([] { return TestMount::liveCount == 0; })) << "a mount was never freed";
   }
-  void Fresh() {
-    mount.reset(new TestMount(Geometry::Equatorial, 6));
+  void Fresh(Geometry geometry = Geometry::Equatorial) {
+    mount.reset(new TestMount(geometry, geometry == Geometry::AltAz ? 7 : 6));
     ASSERT_EQ(mount->SetSite(0.6, 0), Ok);
     mount->SetSlewParameters(0.0, 2 * DEG, DEFAULT_GOTO_TOLERANCE, 2.0);
   }
@@ -149,19 +149,28 @@ TEST_F(MotionWorkers, GotoWhereTheMountStandsOnlyStartsTracking) {
   EXPECT_EQ(mount->axisDirection[1], 1u) << "counted as a positive approach";
 }
 
+// Either axis stopped on either geometry ends the whole GOTO.
 TEST_F(MotionWorkers, StopAxisDuringGotoStopsBothAxesAndNoTracking) {
-  mount->PlaceAxes(-1.0, 0.1);
-  ASSERT_EQ(mount->GotoEquatorial({0.6, 0.2}), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return SlewTo(0); }));
-  const size_t from = mount->CommandCount();
-  EXPECT_EQ(mount->StopAxis(1), Ok);
-  EXPECT_TRUE(mount->workerIdleEvent.IsSignalled()) << "the worker gave up within the wait";
-  EXPECT_EQ(KindsSince(*mount, from),
-            (std::vector<Command>{Command::Stop, Command::Stop, Command::Stop}));
-  EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
-  EXPECT_EQ(mount->trackingWanted, 0u);
-  EXPECT_EQ(mount->axisStatus[0] | mount->axisStatus[1], AXIS_STOPPED);
-  EXPECT_TRUE(Values(*mount, Command::SetRate, 0).empty()) << "tracking never started";
+  for (const Geometry geometry : {Geometry::Equatorial, Geometry::AltAz}) {
+    for (const uint32_t axis : {0u, 1u}) {
+      SCOPED_TRACE((geometry == Geometry::AltAz ? "Alt/Az, axis " : "equatorial, axis ") +
+                   std::to_string(axis));
+      Fresh(geometry);
+      mount->PlaceAxes(-1.0, 0.1);
+      ASSERT_EQ(mount->GotoEquatorial({0.6, 0.2}), Ok);
+      ASSERT_TRUE(WaitUntil([this] { return SlewTo(0); }));
+      const size_t from = mount->CommandCount();
+      EXPECT_EQ(mount->StopAxis(axis), Ok);
+      EXPECT_TRUE(mount->workerIdleEvent.IsSignalled()) << "the worker gave up within the wait";
+      EXPECT_EQ(KindsSince(*mount, from),
+                (std::vector<Command>{Command::Stop, Command::Stop, Command::Stop}));
+      EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
+      EXPECT_EQ(mount->trackingWanted, 0u);
+      EXPECT_EQ(mount->axisStatus[0] | mount->axisStatus[1], AXIS_STOPPED);
+      ASSERT_TRUE(WaitUntil([this] { return mount->References() == 1; }));
+      EXPECT_TRUE(Values(*mount, Command::SetRate, 0).empty()) << "tracking never started";
+    }
+  }
 }
 
 // A slew that meets a failure ends by itself: nothing is stopped, no
@@ -243,7 +252,7 @@ TEST_F(MotionWorkers, NoWorkerStartsOnceTheMountIsBeingReleased) {
       EXPECT_EQ(m->workerStarts, 0u);
       EXPECT_EQ(m->References(), 1u);
       EXPECT_EQ(m->axisRunFlag[0] | m->axisRunFlag[1], 0u) << "the run flags are free again";
-      EXPECT_FALSE(m->altAzTracking.IsStartingOrRunning());
+      EXPECT_FALSE(m->IsTrackingLoopRunning());
       EXPECT_EQ(MountStatus(*m), STATE_IDLE);
     }
   }

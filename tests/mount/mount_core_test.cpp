@@ -88,11 +88,11 @@ TEST(MountCore, BacklashGuideAndTrackingRates) {
 
 TEST(MountCore, SkyToAxesAppliesAndRemovesPointingTerms) {
   TestMount mount;
-  AnglePair sky{7.0, 0.4};
+  AnglePair sky{-7.0, 0.4};  // east of the meridian: not mirrored
   AnglePair axes;
   mount.SkyToAxes(&sky, &axes, 1);
-  EXPECT_DOUBLE_EQ(sky.lon, 7.0 - 2 * PI) << "the caller's hour angle is reduced in place";
-  EXPECT_NEAR(axes.lon, 7.0 - 2 * PI, 1e-15) << "identity matrices, no terms";
+  EXPECT_DOUBLE_EQ(sky.lon, 2 * PI - 7.0) << "the caller's hour angle is reduced in place";
+  EXPECT_NEAR(axes.lon, 2 * PI - 7.0, 1e-15) << "identity matrices, no terms";
   EXPECT_NEAR(axes.lat, 0.4, 1e-15);
 
   mount.pointing.Update([](PointingSnapshot& m) {
@@ -100,20 +100,20 @@ TEST(MountCore, SkyToAxesAppliesAndRemovesPointingTerms) {
     m.coneError = 0.002;
     m.nonPerpError = -0.003;
   });
-  sky = {0.5, 0.6};
+  sky = {-0.5, 0.6};
   mount.SkyToAxes(&sky, &axes, 1);
-  EXPECT_NEAR(axes.lon, 0.5 - (0.002 / std::cos(0.6) - 0.003 * std::tan(0.6)), 1e-14)
+  EXPECT_NEAR(axes.lon, -0.5 - (0.002 / std::cos(0.6) - 0.003 * std::tan(0.6)), 1e-14)
       << "axis-0 terms use the axis-1 angle before the index error";
   EXPECT_NEAR(axes.lat, 0.6 - 0.01, 1e-14);
   AnglePair back;
   mount.AxesToSky(&axes, &back, 1);
-  EXPECT_NEAR(back.lon, 0.5, 1e-14);
+  EXPECT_NEAR(back.lon, -0.5, 1e-14);
   EXPECT_NEAR(back.lat, 0.6, 1e-14);
 
   AnglePair raw;
-  sky = {0.5, 0.6};
+  sky = {-0.5, 0.6};
   mount.SkyToAxes(&sky, &raw, 0);
-  EXPECT_NEAR(raw.lon, 0.5, 1e-15) << "terms off";
+  EXPECT_NEAR(raw.lon, -0.5, 1e-15) << "terms off";
   EXPECT_NEAR(raw.lat, 0.6, 1e-15);
 }
 

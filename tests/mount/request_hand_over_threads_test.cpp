@@ -110,7 +110,9 @@ void Interrupt(TestMount& mount, TakeUp kind) {
   if (kind == TakeUp::AltAzLoop) {
     mount.StopTracking();
   } else {
-    mount.StopAxis(0);
+    // The core's stop: the equatorial layer would hand the axis back to
+    // the tracking that is wanted.
+    mount.Mount::StopAxis(0);
   }
 }
 

@@ -46,20 +46,6 @@ AxisRates SkyRatesAt(TestMount& mount, AnglePair axes) {
   return {NormalizeAngle(after.lon - before.lon) / 2.0, (after.lat - before.lat) / 2.0};
 }
 
-// The loop's closed form where the answer is known by hand.
-TEST(AltAzClosedFormRates, FollowTheSkyAtTheEquatorAndThePole) {
-  const struct {
-    double latitude, azimuth, rate0, rate1;
-  } cases[] = {{0, 0, 0, 0},                      // north horizon at the equator stands still
-               {90 * DEG, 0, SIDEREAL_RATE, 0},   // at the pole the sky turns in azimuth only
-               {0, 90 * DEG, 0, SIDEREAL_RATE}};  // due east a star rises straight up
-  for (const auto& c : cases) {
-    const AxisRates rates = AltAzClosedFormRates(c.latitude, c.azimuth, 0.0);
-    EXPECT_NEAR(rates.axis0, c.rate0, 1e-18) << c.latitude << " " << c.azimuth;
-    EXPECT_NEAR(rates.axis1, c.rate1, 1e-18) << c.latitude << " " << c.azimuth;
-  }
-}
-
 class Tracking : public ::testing::Test {
  protected:
   void Make(Geometry geometry, double speed) {
@@ -74,6 +60,24 @@ class Tracking : public ::testing::Test {
   }
   // No worker thread holds the mount any more.
   bool WorkersGone() { return mount->References() == 1; }
+  // An aligned Alt/Az loop from `axes`, once it has set `rates` axis-0 rates.
+  void TrackAligned(AnglePair axes, size_t rates) {
+    Make(Geometry::AltAz, 200.0);
+    mount->aligned = 1;
+    mount->PlaceAxes(axes.lon, axes.lat);
+    ASSERT_EQ(mount->SetTracking(1), Ok);
+    ASSERT_TRUE(WaitUntil([&] { return Rates(*mount, 0).size() >= rates; }));
+  }
+  // Tracking here reverses the axis, which takes up `backlashMs` first:
+  // equatorial axis 0 ran negative; at Alt/Az (1.0, 0.7) the altitude rate
+  // is positive and axis 1 ran negative.
+  uint32_t PrepareReversal(uint32_t backlashMs) {
+    const uint32_t axis = mount->geometry == Geometry::AltAz ? 1 : 0;
+    if (axis == 1) mount->PlaceAxes(1.0, 0.7);
+    mount->backlashTime[axis] = backlashMs;
+    mount->axisDirection[axis] = 0;
+    return axis;
+  }
 
   std::unique_ptr<ScopedFastClock> fast;
   OwnedMount<TestMount> mount;
@@ -136,20 +140,32 @@ TEST_F(Tracking, EquatorialTrackingLeavesAnAxisThatAMotionOwns) {
   EXPECT_EQ(MountStatus(*mount), STATE_MOVING);
 }
 
-TEST_F(Tracking, EquatorialRateThatCannotBeSetLeavesTrackingOff) {
-  for (const uint32_t backlashMs : {0u, 500u}) {
-    SCOPED_TRACE(backlashMs ? "the take-up rate fails" : "the tracking rate fails");
-    Make(Geometry::Equatorial, 20.0);
-    mount->backlashTime[0] = backlashMs;
-    mount->axisDirection[0] = 0;  // sidereal tracking reverses the axis
-    mount->FailRateCommands(0, 0, 1);
+// The first rate command fails: the worker (or the loop) ends with nothing
+// more commanded, the tracking bit clear and the axes handed back, and a
+// later start tracks.
+TEST_F(Tracking, RateThatCannotBeSetLeavesTrackingOff) {
+  const struct {
+    const char* name;
+    Geometry geometry;
+    uint32_t backlashMs;
+    uint32_t workerStarts;  // the Alt/Az starter runs a loop of its own
+  } cases[] = {
+      {"equatorial tracking rate", Geometry::Equatorial, 0, 1},
+      {"equatorial take-up rate", Geometry::Equatorial, 500, 1},
+      {"Alt/Az take-up rate", Geometry::AltAz, 300, 2},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Make(c.geometry, 100.0);
+    mount->FailRateCommands(PrepareReversal(c.backlashMs), 0, 1);
     ASSERT_EQ(mount->SetTracking(1), Ok);
-    ASSERT_TRUE(WaitUntil([this] { return mount->workerStarts == 1 && WorkersGone(); }));
+    ASSERT_TRUE(WaitUntil([&] { return mount->workerStarts == c.workerStarts && WorkersGone(); }));
     const std::vector<CommandRecord> commands = mount->Commands();
     ASSERT_EQ(commands.size(), 1u) << "nothing after the failed rate";
     EXPECT_TRUE(commands[0].failed);
     EXPECT_EQ(mount->mountState & STATE_TRACKING, 0u) << "the tracking bit stays clear";
     EXPECT_TRUE(mount->workerIdleEvent.IsSignalled()) << "the axes were handed back";
+    EXPECT_FALSE(mount->IsTrackingLoopRunning());
     ASSERT_EQ(mount->SetTracking(1), Ok);
     ASSERT_TRUE(WaitUntil([this] { return MountStatus(*mount) == STATE_TRACKING; }));
     TearDown();
@@ -161,7 +177,7 @@ TEST_F(Tracking, UnalignedAltAzLoopSetsClosedFormRatesEveryTenSeconds) {
   mount->PlaceAxes(1.0, 0.7);
   ASSERT_EQ(mount->SetTracking(1), Ok);
   ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 1).size() >= 3; }));
-  EXPECT_TRUE(mount->altAzTracking.IsRunning());
+  EXPECT_TRUE(mount->IsTrackingLoopRunning());
   EXPECT_EQ(MountStatus(*mount), STATE_TRACKING);
   const std::vector<CommandRecord> rates0 = Rates(*mount, 0);
   const AxisRates expected = SkyRatesAt(*mount, {1.0, 0.7});
@@ -174,21 +190,17 @@ TEST_F(Tracking, UnalignedAltAzLoopSetsClosedFormRatesEveryTenSeconds) {
   }
 
   ASSERT_EQ(mount->StopTracking(), Ok);
-  EXPECT_FALSE(mount->altAzTracking.IsRunning()) << "the halt waited for the loop to end";
+  EXPECT_FALSE(mount->IsTrackingLoopRunning()) << "the halt waited for the loop to end";
   EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
   const uint32_t started = mount->workerStarts;
   ASSERT_EQ(mount->SetTracking(1), Ok);
   ASSERT_TRUE(WaitUntil([&] { return mount->workerStarts == started + 2; }))
       << "a new starter and a new loop";
-  EXPECT_TRUE(mount->altAzTracking.IsRunning());
+  EXPECT_TRUE(mount->IsTrackingLoopRunning());
 }
 
 TEST_F(Tracking, AlignedAltAzLoopAimsThirtySecondsAheadAndHoldsTheStar) {
-  Make(Geometry::AltAz, 200.0);
-  mount->aligned = 1;
-  mount->PlaceAxes(2.0, 0.8);
-  ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 0).size() >= 5; }));
+  ASSERT_NO_FATAL_FAILURE(TrackAligned({2.0, 0.8}, 5));
   const std::vector<CommandRecord> rates0 = Rates(*mount, 0);
   for (size_t i = 2; i < rates0.size(); ++i) {
     EXPECT_GE(rates0[i].tick - rates0[i - 1].tick, ALIGNED_TRACKING_PERIOD_MS);
@@ -203,11 +215,7 @@ TEST_F(Tracking, AlignedAltAzLoopAimsThirtySecondsAheadAndHoldsTheStar) {
 }
 
 TEST_F(Tracking, AlignedLoopReAnchorsWhereTheMountWasMovedTo) {
-  Make(Geometry::AltAz, 200.0);
-  mount->aligned = 1;
-  mount->PlaceAxes(2.0, 0.8);
-  ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 0).size() >= 2; }));
+  ASSERT_NO_FATAL_FAILURE(TrackAligned({2.0, 0.8}, 2));
   // Moved underneath the loop by 10 degrees (a hand on the tube).
   mount->PlaceAxes(2.0 + 10 * DEG, 0.8);
   const size_t from = mount->CommandCount();
@@ -221,12 +229,8 @@ TEST_F(Tracking, AlignedLoopReAnchorsWhereTheMountWasMovedTo) {
 }
 
 TEST_F(Tracking, AzimuthCrossingTheSeamKeepsASmallRateOfTheSameSign) {
-  Make(Geometry::AltAz, 200.0);
-  mount->aligned = 1;
   // Just east of due south, a star about to transit moves toward +-pi.
-  mount->PlaceAxes(PI - 2e-4, 40 * DEG);
-  ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return !Rates(*mount, 0).empty(); }));
+  ASSERT_NO_FATAL_FAILURE(TrackAligned({PI - 2e-4, 40 * DEG}, 1));
   const double rate = Rates(*mount, 0)[0].value;
   EXPECT_GT(rate, 0.0);
   EXPECT_LT(rate, 3 * SIDEREAL_RATE);
@@ -234,9 +238,7 @@ TEST_F(Tracking, AzimuthCrossingTheSeamKeepsASmallRateOfTheSameSign) {
 
 TEST_F(Tracking, AltAzTakeUpLastsOneCycle) {
   Make(Geometry::AltAz, 100.0);
-  mount->PlaceAxes(1.0, 0.7);
-  mount->backlashTime[1] = 300;
-  mount->axisDirection[1] = 0;  // the altitude rate here is positive: a reversal
+  PrepareReversal(300);
   ASSERT_EQ(mount->SetTracking(1), Ok);
   ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 1).size() >= 4; }));
   const std::vector<CommandRecord> all = mount->Commands();
@@ -261,26 +263,6 @@ size_t RatesBeforeOtherAxis(const TestMount& mount, uint32_t axis) {
     ++count;
   }
   return count;
-}
-
-TEST_F(Tracking, AltAzTakeUpThatCannotBeCommandedEndsTheLoop) {
-  Make(Geometry::AltAz, 100.0);
-  mount->PlaceAxes(1.0, 0.7);
-  mount->backlashTime[1] = 300;
-  mount->axisDirection[1] = 0;  // the altitude rate here reverses the axis
-  mount->FailRateCommands(1, 0, 1);
-  ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return mount->workerStarts == 2 && WorkersGone(); }))
-      << "the loop ended by itself";
-  EXPECT_FALSE(mount->altAzTracking.IsStartingOrRunning());
-  EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
-  const std::vector<CommandRecord> commands = mount->Commands();
-  ASSERT_EQ(commands.size(), 1u) << "nothing after the failed take-up";
-  EXPECT_TRUE(commands[0].failed);
-
-  ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return !Rates(*mount, 0).empty(); })) << "tracking restarts";
-  EXPECT_TRUE(mount->altAzTracking.IsRunning());
 }
 
 TEST_F(Tracking, AltAzFailedReadsAndRatesSkipOnlyTheirCycle) {
@@ -309,7 +291,7 @@ TEST_F(Tracking, AltAzFailedReadsAndRatesSkipOnlyTheirCycle) {
     ASSERT_EQ(mount->SetTracking(1), Ok);
     ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 1).size() >= 2; }));
     EXPECT_GE(Rates(*mount, 1)[0].tick - started, c.minFirstRateMs);
-    EXPECT_TRUE(mount->altAzTracking.IsRunning()) << "the loop goes on";
+    EXPECT_TRUE(mount->IsTrackingLoopRunning()) << "the loop goes on";
     EXPECT_EQ(MountStatus(*mount), STATE_TRACKING);
     TearDown();
   }
@@ -317,24 +299,17 @@ TEST_F(Tracking, AltAzFailedReadsAndRatesSkipOnlyTheirCycle) {
 
 TEST_F(Tracking, AltAzTakeUpRetriesTheRateThreeTimesThenTracksOn) {
   Make(Geometry::AltAz, 100.0);
-  mount->PlaceAxes(1.0, 0.7);
-  mount->backlashTime[1] = 300;
-  mount->axisDirection[1] = 0;
-  mount->FailRateCommands(1, 1, 1000);  // the take-up runs, no rate after it does
+  mount->FailRateCommands(PrepareReversal(300), 1, 1000);  // the take-up runs, no rate after it does
   ASSERT_EQ(mount->SetTracking(1), Ok);
   ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 0).size() >= 2; }))
       << "the loop neither hangs in the take-up nor ends";
   EXPECT_EQ(RatesBeforeOtherAxis(*mount, 1), 1u + 3u) << "the take-up, then three attempts";
   EXPECT_EQ(mount->CommandCount(Command::Stop, 1), 3u) << "each attempt stops the axis first";
-  EXPECT_TRUE(mount->altAzTracking.IsRunning());
+  EXPECT_TRUE(mount->IsTrackingLoopRunning());
 }
 
 TEST_F(Tracking, AlignedAltAzCorrectionNeverReversesAnAxis) {
-  Make(Geometry::AltAz, 200.0);
-  mount->aligned = 1;
-  mount->PlaceAxes(2.0, 0.8);
-  ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return !Rates(*mount, 0).empty(); }));
+  ASSERT_NO_FATAL_FAILURE(TrackAligned({2.0, 0.8}, 1));
   const double direction = Rates(*mount, 0)[0].value > 0.0 ? 1.0 : -1.0;
   // Pushed two degrees ahead of the star: catching back up would reverse
   // axis 0, so the loop runs it slower than the star instead.

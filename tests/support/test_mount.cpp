@@ -3,9 +3,7 @@
 #include <cmath>
 #include <utility>
 
-#include "geometry/nominal_transform.h"
 #include "interface/messages.h"
-#include "mount/motion_workers.h"
 #include "platform/clock.h"
 
 namespace scopemount::testing {
@@ -18,12 +16,16 @@ TestMount::TestMount(Geometry geometryKind, int32_t model)
       motors_(std::make_unique<SimulatedMotors>(*this, DEFAULT_SLEW_SPEED, AnglePair{0.0, 0.0})),
       log_(std::make_unique<std::array<CommandRecord, LOG_CAPACITY>>()) {
   modelId = model;
-  isEquatorial = geometry == Geometry::Equatorial ? 1 : 0;
+  isEquatorial = Equatorial() ? 1 : 0;
   TestMount::ResetTransform();
   ++liveCount;
 }
 
-TestMount::~TestMount() { --liveCount; }
+// The Alt/Az loop calls this mount's motors: it ends while they exist.
+TestMount::~TestMount() {
+  HaltTracking();
+  --liveCount;
+}
 
 // --- Hardware ----------------------------------------------------------------
 
@@ -111,61 +113,79 @@ int32_t TestMount::SetAxisPosition(uint32_t axis, double angle) {
 
 // --- Geometry --------------------------------------------------------------
 
-void TestMount::ResetTransform() {
-  const double lat = latitude;
-  Matrix3 skyToAxes(1.0);
-  if (geometry == Geometry::AltAz) {
-    // Azimuth from north toward east, altitude.
-    skyToAxes = Matrix3(-1.0);
-    skyToAxes.at(0, 0) = -std::sin(lat);
-    skyToAxes.at(0, 2) = std::cos(lat);
-    skyToAxes.at(2, 0) = std::cos(lat);
-    skyToAxes.at(2, 2) = std::sin(lat);
-  } else if (lat < 0.0) {
-    // Southern equatorial mounts see (-hour angle, -declination).
-    skyToAxes = Matrix3(-1.0);
-    skyToAxes.at(0, 0) = 1.0;
-  }
-  LoadNominalTransform(pointing, skyToAxes);
+int32_t TestMount::SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTerms) {
+  return Equatorial() ? EquatorialMount::SkyToAxes(sky, axes, applyTerms)
+                      : Mount::SkyToAxes(sky, axes, applyTerms);
 }
 
-void TestMount::HaltAltAzTracking() {
-  if (geometry == Geometry::AltAz && altAzTracking.IsRunning()) altAzTracking.Halt();
+int32_t TestMount::RateAlignmentStar(const AnglePair& star) {
+  return Equatorial() ? EquatorialMount::RateAlignmentStar(star)
+                      : AltAzMount::RateAlignmentStar(star);
+}
+
+void TestMount::ResetTransform() {
+  Equatorial() ? EquatorialMount::ResetTransform() : AltAzMount::ResetTransform();
+}
+
+double TestMount::GetAxisMisalignment() {
+  return Equatorial() ? EquatorialMount::GetAxisMisalignment()
+                      : AltAzMount::GetAxisMisalignment();
+}
+
+int32_t TestMount::RateSecondStar(AnglePair first, AnglePair second, int32_t method) {
+  return Equatorial() ? EquatorialMount::RateSecondStar(first, second, method)
+                      : AltAzMount::RateSecondStar(first, second, method);
+}
+
+int32_t TestMount::RateThirdStar(AnglePair first, AnglePair second, AnglePair third) {
+  return Equatorial() ? EquatorialMount::RateThirdStar(first, second, third)
+                      : AltAzMount::RateThirdStar(first, second, third);
+}
+
+int32_t TestMount::AlignOneStar(AnglePair sky, AnglePair axes) {
+  return Equatorial() ? EquatorialMount::AlignOneStar(sky, axes)
+                      : AltAzMount::AlignOneStar(sky, axes);
+}
+
+int32_t TestMount::AlignTwoStars(StarObservation first, StarObservation second) {
+  return Equatorial() ? EquatorialMount::AlignTwoStars(first, second)
+                      : AltAzMount::AlignTwoStars(first, second);
+}
+
+int32_t TestMount::AlignThreeStars(StarObservation first, StarObservation second,
+                                   StarObservation third) {
+  return Equatorial() ? EquatorialMount::AlignThreeStars(first, second, third)
+                      : AltAzMount::AlignThreeStars(first, second, third);
 }
 
 int32_t TestMount::StartTracking() {
-  if (geometry == Geometry::AltAz) return altAzTracking.Start();
-  return StartEquatorialTracking(*this);
+  return Equatorial() ? EquatorialMount::StartTracking() : AltAzMount::StartTracking();
 }
 
 int32_t TestMount::StartTrackingAfter(uint32_t request) {
-  if (!IsLatestOnBothAxes(request)) return Ok;
-  if (geometry == Geometry::AltAz) return altAzTracking.Start(request);
-  return StartEquatorialTracking(*this, request);
+  return Equatorial() ? EquatorialMount::StartTrackingAfter(request)
+                      : AltAzMount::StartTrackingAfter(request);
 }
 
 int32_t TestMount::StopTracking() {
-  if (geometry == Geometry::Equatorial) return Mount::StopTracking();
-  // The loop's rates stay set once it has ended: stop both motors.
-  HaltAltAzTracking();
-  StopAxisMotor(0);
-  StopAxisMotor(1);
-  return Ok;
+  return Equatorial() ? Mount::StopTracking() : AltAzMount::StopTracking();
 }
 
 int32_t TestMount::MoveAxis(uint32_t axis, double rate) {
-  HaltAltAzTracking();
-  return Mount::MoveAxis(axis, rate);
+  return Equatorial() ? Mount::MoveAxis(axis, rate) : AltAzMount::MoveAxis(axis, rate);
+}
+
+int32_t TestMount::StopAxis(uint32_t axis) {
+  return Equatorial() ? EquatorialMount::StopAxis(axis) : AltAzMount::StopAxis(axis);
 }
 
 int32_t TestMount::GotoEquatorial(AnglePair sky) {
-  HaltAltAzTracking();
-  return Mount::GotoEquatorial(sky);
+  return Equatorial() ? Mount::GotoEquatorial(sky) : AltAzMount::GotoEquatorial(sky);
 }
 
 int32_t TestMount::GotoHorizontal(double azimuth, double altitude) {
-  HaltAltAzTracking();
-  return Mount::GotoHorizontal(azimuth, altitude);
+  return Equatorial() ? Mount::GotoHorizontal(azimuth, altitude)
+                      : AltAzMount::GotoHorizontal(azimuth, altitude);
 }
 
 int32_t TestMount::GotoAxes(double angle0, double angle1) {
@@ -175,8 +195,8 @@ int32_t TestMount::GotoAxes(double angle0, double angle1) {
     ++capturedGotoAxesCalls;
     return Ok;
   }
-  HaltAltAzTracking();
-  return StartAxisTargetSlew(*this, angle0, angle1);
+  return Equatorial() ? EquatorialMount::GotoAxes(angle0, angle1)
+                      : AltAzMount::GotoAxes(angle0, angle1);
 }
 
 // --- Test controls ----------------------------------------------------------

@@ -2,8 +2,8 @@
 // and its workers: every command is recorded with its tick, and an axis can
 // be made to stop answering, fail some commands or hold its position reads.
 //
-// The geometry is the nominal equatorial or Alt/Az one for the latitude,
-// with the tracking pieces a geometry layer would use.
+// The geometry is that of the equatorial or the Alt/Az layer, chosen when
+// the mount is made: every geometry operation goes to that layer.
 #pragma once
 
 #include <array>
@@ -15,10 +15,11 @@
 #include <mutex>
 #include <vector>
 
+#include "geometry/altaz_mount.h"
+#include "geometry/equatorial_mount.h"
 #include "geometry/simulated_motors.h"
 #include "interface/current_mount.h"
 #include "mount/mount.h"
-#include "mount/tracking_workers.h"
 
 namespace scopemount::testing {
 
@@ -34,7 +35,7 @@ struct CommandRecord {
   bool failed = false;  // answered with a failure code; the axis did not change
 };
 
-class TestMount : public Mount {
+class TestMount final : public EquatorialMount, public AltAzMount {
  public:
   static constexpr double DEFAULT_SLEW_SPEED = 0.13962634015954636;  // 8 degrees/s
 
@@ -51,13 +52,22 @@ class TestMount : public Mount {
   int32_t StopAxisMotor(uint32_t axis) override;
   int32_t SetAxisPosition(uint32_t axis, double angle) override;
 
-  // Geometry: nominal matrices and tracking, halting Alt/Az tracking before
-  // every motion as a geometry layer does.
+  // Geometry: the layer of `geometry`.
+  int32_t SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTerms) override;
+  int32_t RateAlignmentStar(const AnglePair& star) override;
   void ResetTransform() override;
+  double GetAxisMisalignment() override;
+  int32_t RateSecondStar(AnglePair first, AnglePair second, int32_t method) override;
+  int32_t RateThirdStar(AnglePair first, AnglePair second, AnglePair third) override;
+  int32_t AlignOneStar(AnglePair sky, AnglePair axes) override;
+  int32_t AlignTwoStars(StarObservation first, StarObservation second) override;
+  int32_t AlignThreeStars(StarObservation first, StarObservation second,
+                          StarObservation third) override;
   int32_t StartTracking() override;
   int32_t StartTrackingAfter(uint32_t request) override;
   int32_t StopTracking() override;
   int32_t MoveAxis(uint32_t axis, double rate) override;
+  int32_t StopAxis(uint32_t axis) override;
   int32_t GotoEquatorial(AnglePair sky) override;
   int32_t GotoHorizontal(double azimuth, double altitude) override;
   int32_t GotoAxes(double angle0, double angle1) override;
@@ -103,7 +113,6 @@ class TestMount : public Mount {
   std::atomic<double> capturedGotoAxes[AXIS_COUNT]{0.0, 0.0};
   std::atomic<int> capturedGotoAxesCalls{0};
   const Geometry geometry;
-  AltAzTracking altAzTracking{*this};
 
   // What OpenMount answers, for every test mount.
   static std::atomic<int32_t> openResult;
@@ -116,7 +125,7 @@ class TestMount : public Mount {
   int32_t NoAnswer(uint32_t axis) const;
   // Checks the axis and the silence; records the command if it answers.
   bool Answers(Command command, uint32_t axis, double value);
-  void HaltAltAzTracking();
+  bool Equatorial() const { return geometry == Geometry::Equatorial; }
 
   std::unique_ptr<SimulatedMotors> motors_;
   mutable std::mutex mutex_;
