@@ -9,13 +9,12 @@
 #include "scopemount.h"
 
 #include "support/process.h"
-#include "support/terminal_process.h"
 
 namespace {
 
+using scopemount::testing::ChildProcess;
 using scopemount::testing::ProcessResult;
 using scopemount::testing::RunProcess;
-using scopemount::testing::TerminalProcess;
 using namespace std::chrono_literals;
 
 ProcessResult Cli(const std::vector<std::string>& arguments, const std::string& locale = "C") {
@@ -288,7 +287,7 @@ TEST(CliSession, ShellRunsCommandsInOneConnection) {
 // width; Ctrl-C cancels the running command, and at the prompt ends the shell.
 TEST(CliSession, ShellAtATerminal) {
   if (!SCOPEMOUNT_CLI_LINE_EDITING) GTEST_SKIP() << "built without line editing";
-  TerminalProcess terminal(SCOPEMOUNT_CLI_PATH, At({"shell"}), 80, {"LC_ALL=C", "HOME=/nowhere"});
+  ChildProcess terminal(SCOPEMOUNT_CLI_PATH, At({"shell"}), {"LC_ALL=C", "HOME=/nowhere"}, 80);
   const auto seen = [](const std::string& text, size_t times) {
     return [text, times](const std::string& screen) { return Count(screen, text) >= times; };
   };
@@ -299,32 +298,32 @@ TEST(CliSession, ShellAtATerminal) {
     };
   };
   const std::string prompt = "scopemount> ";
-  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 1), 30s)) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 1), 30s)) << terminal.out();
   terminal.Type("statux\x7fs\n");  // a typo mended with backspace
-  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 2), 30s)) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 2), 30s)) << terminal.out();
   terminal.Type("\x10\n");  // Ctrl-P: the line before, again
-  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 3), 30s)) << terminal.screen();
-  EXPECT_EQ(Count(terminal.screen(), "idle     axes     0.000"), 2u) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 3), 30s)) << terminal.out();
+  EXPECT_EQ(Count(terminal.out(), "idle     axes     0.000"), 2u) << terminal.out();
 
   terminal.Type("goto --axes 120 60\n");
-  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(80), 30s)) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(80), 30s)) << terminal.out();
   terminal.Resize(50);
-  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(50), 30s)) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(50), 30s)) << terminal.out();
   terminal.Type("\x03");
-  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 4), 30s)) << terminal.screen();
-  const std::vector<std::string> lines = LiveLines(terminal.screen());
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 4), 30s)) << terminal.out();
+  const std::vector<std::string> lines = LiveLines(terminal.out());
   EXPECT_TRUE(Contains(lines.front(), "to go ") && Contains(lines.front(), "  Az ")) << lines[0];
   bool narrowed = false;
   for (const std::string& line : lines) {
     narrowed = narrowed || line.size() < 50;
     EXPECT_LT(line.size(), narrowed ? 50u : 80u) << line;
   }
-  EXPECT_TRUE(Contains(terminal.screen(), "\nscopemount: GOTO axes 120.000 60.000: User interrupt "
+  EXPECT_TRUE(Contains(terminal.out(), "\nscopemount: GOTO axes 120.000 60.000: User interrupt "
                                           "(105)\r\nCancelled;"))
-      << "the live line ends before the error\n" << terminal.screen();
+      << "the live line ends before the error\n" << terminal.out();
   terminal.Type("\x03");
-  EXPECT_EQ(terminal.Wait(30s), 130);
-  EXPECT_TRUE(Contains(terminal.screen(), "Disconnected.")) << terminal.screen();
+  EXPECT_EQ(terminal.WaitForExit(30s), 130);
+  EXPECT_TRUE(Contains(terminal.out(), "Disconnected.")) << terminal.out();
 }
 
 TEST(CliSession, CtrlCDuringASlewStopsTheMountAndDisconnects) {
