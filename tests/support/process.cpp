@@ -150,18 +150,7 @@ ChildProcess::~ChildProcess() {
     std::this_thread::sleep_for(std::chrono::milliseconds(LOOK_MS));
   }
   if (pid_ > 0) kill(pid_, SIGKILL);
-  Wait();
-}
-
-std::string ChildProcess::ReadLine() {
-  std::string& out = collected_[0];
-  size_t end;
-  while ((end = out.find('\n', lineStart_)) == std::string::npos && Collect(-1)) {
-  }
-  if (end == std::string::npos) end = out.size();
-  std::string line = out.substr(lineStart_, end - lineStart_);
-  lineStart_ = end < out.size() ? end + 1 : end;
-  return line;
+  Reaped(0);
 }
 
 bool ChildProcess::Collect(int timeoutMs) {
@@ -250,11 +239,6 @@ void ChildProcess::Resize(unsigned short columns) {
   EXPECT_EQ(ioctl(out_, TIOCSWINSZ, &size), 0) << "only a terminal has a width";
 }
 
-int ChildProcess::Wait() {
-  Reaped(0);
-  return exitStatus_;
-}
-
 ProcessResult ChildProcess::RunToEnd(const std::string& input,
                                      const std::string& interruptWhenSeen) {
   if (pid_ <= 0) return {-1, "", spawnError_};
@@ -269,7 +253,8 @@ ProcessResult ChildProcess::RunToEnd(const std::string& input,
     }
   }
   CloseInput();
-  return {Wait(), out(), err()};
+  Reaped(0);
+  return {exitStatus_, out(), err()};
 }
 
 }  // namespace scopemount::testing

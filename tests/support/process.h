@@ -31,17 +31,12 @@ class ChildProcess {
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
-  // Standard output up to the end of the next line (without the newline).
-  std::string ReadLine();
   // Keys typed, or text written to the input (at a terminal "\x03" is Ctrl-C).
   void Type(const std::string& keys);
   void CloseInput();
   void Interrupt();  // SIGINT, as from Ctrl-C
   // The terminal's new width; the program gets SIGWINCH.
   void Resize(unsigned short columns);
-  // The exit code, or -1 if the program did not exit normally.
-  int Wait();
-
   // While the program runs beside the test: collects its output until
   // `done` holds for the standard output so far, calling `meanwhile`
   // between looks (to serve the test's own sockets). False if the deadline
@@ -66,7 +61,8 @@ class ChildProcess {
   // waiting at most `timeoutMs` (-1: until something happens). False once
   // both outputs are closed.
   bool Collect(int timeoutMs);
-  // Reaps the program if it has ended; true once it has.
+  // Reaps the program if it has ended (or, with 0, once it has); true once
+  // it has.
   bool Reaped(int options);
 
   pid_t pid_ = -1;
@@ -76,7 +72,6 @@ class ChildProcess {
   int exitStatus_ = -1;
   std::string collected_[2];
   std::string unwritten_;  // input RunToEnd has still to write
-  size_t lineStart_ = 0;   // where ReadLine goes on in the standard output
   std::string spawnError_;
 };
 
