@@ -165,8 +165,9 @@ Bytes GotoBytes(double rightAscension, double declination) {
 // Always below the horizon at the test site: refused, and counted by its line.
 Bytes RefusedGoto() { return GotoBytes(0.0, -80.0 / sky::DEGREES_PER_RADIAN); }
 
-// Byte streams a client may send, however TCP cuts them; each valid Goto
-// below the horizon prints one refusal, so the refusals count the Gotos.
+// Byte streams a client may send, however TCP cuts them (the reader's own
+// test covers the odd lengths); each valid Goto below the horizon prints one
+// refusal, so the refusals count the Gotos.
 struct StreamCase {
   const char* what;
   std::vector<Bytes> writes;  // sent one after another, a position read between
@@ -184,9 +185,6 @@ TEST(Serve, CutsAnyByteStreamIntoMessages) {
       {"unknown type skipped by its length", {Join({Message(10, 7, 6), go})}, 1, false},
       {"long unknown message over writes",
        {Message(1000, 99, 500), Join({Bytes(496, 0), go})}, 1, false},
-      {"over-long Goto skipped whole", {Join({Message(28, 0, 24), go})}, 1, false},
-      {"under-long Goto skipped", {Join({Message(12, 0, 8), go})}, 1, false},
-      {"header-only message", {Join({Message(4, 5, 0), go})}, 1, false},
       {"declination past the pole refused", {GotoUnits(0, 0x7FFFFFFF)}, 1, false},
       {"LENGTH shorter than the header", {Join({Message(2, 0, 0), go})}, 0, true},
   };
