@@ -10,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -155,9 +154,8 @@ ChildProcess::~ChildProcess() {
 
 bool ChildProcess::Collect(int timeoutMs) {
   if (out_ < 0 && err_ < 0) return false;
-  pollfd fds[3] = {
-      {out_, POLLIN, 0}, {err_, POLLIN, 0}, {unwritten_.empty() ? -1 : in_, POLLOUT, 0}};
-  if (poll(fds, 3, timeoutMs) <= 0) return true;
+  pollfd fds[2] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}};
+  if (poll(fds, 2, timeoutMs) <= 0) return true;
   char buffer[4096];
   for (int i = 0; i < 2; ++i) {
     if (fds[i].revents == 0) continue;
@@ -168,12 +166,6 @@ bool ChildProcess::Collect(int timeoutMs) {
     } else {
       collected_[i].append(buffer, static_cast<size_t>(n));
     }
-  }
-  if (fds[2].revents != 0) {
-    // A writable pipe takes PIPE_BUF bytes without blocking.
-    const ssize_t n = write(in_, unwritten_.data(), std::min(unwritten_.size(), size_t{PIPE_BUF}));
-    if (n > 0) unwritten_.erase(0, static_cast<size_t>(n));
-    if (n <= 0 || unwritten_.empty()) CloseInput();
   }
   return true;
 }
@@ -242,9 +234,8 @@ void ChildProcess::Resize(unsigned short columns) {
 ProcessResult ChildProcess::RunToEnd(const std::string& input,
                                      const std::string& interruptWhenSeen) {
   if (pid_ <= 0) return {-1, "", spawnError_};
-  // The input is written while both outputs are drained, so no pipe fills.
-  unwritten_ = input;
-  if (input.empty()) CloseInput();
+  if (!input.empty()) Type(input);
+  CloseInput();
   bool interruptSent = interruptWhenSeen.empty();
   while (Collect(-1)) {
     if (!interruptSent && out().find(interruptWhenSeen) != std::string::npos) {
@@ -252,7 +243,6 @@ ProcessResult ChildProcess::RunToEnd(const std::string& input,
       interruptSent = true;
     }
   }
-  CloseInput();
   Reaped(0);
   return {exitStatus_, out(), err()};
 }
