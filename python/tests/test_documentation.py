@@ -1,5 +1,5 @@
-"""The README's Python example verbatim, the night-plan example and an
-installed copy of the package."""
+"""The README's Python example verbatim, the night-plan example, finding the
+library and an installed copy of the package."""
 
 from __future__ import annotations
 
@@ -45,6 +45,16 @@ def test_night_plan_visits_what_is_up_and_logs_csv() -> None:
     assert len(rows) >= 3 and all(",Polaris," in row for row in rows[1:])
     assert all(row.endswith(",TRACKING") for row in rows[1:])
     assert "unknown star 'Nosuch'" in result.stderr
+
+
+def test_library_is_found_or_the_failure_says_where_to_look() -> None:
+    found = "import scopemount; print(scopemount.library_path)"
+    named = run([sys.executable, "-c", found], SCOPEMOUNT_LIBRARY=scopemount.library_path)
+    assert named.returncode == 0 and named.stdout.strip() == scopemount.library_path
+    missing = run([sys.executable, "-c", "import scopemount"],
+                  SCOPEMOUNT_LIBRARY="/nonexistent/libscopemount.so.0")
+    assert missing.returncode != 0
+    assert "LibraryNotFound" in missing.stderr and "/nonexistent/libscopemount.so.0" in missing.stderr
 
 
 @pytest.mark.skipif("SCOPEMOUNT_BUILD_DIR" not in os.environ, reason="needs a configured build tree")

@@ -1,12 +1,9 @@
-"""Result codes, texts, the pure functions and finding the library."""
+"""Result codes, texts and the pure functions."""
 
 from __future__ import annotations
 
 import os
-import subprocess
-import sys
 from datetime import datetime, timezone
-from pathlib import Path
 
 import pytest
 
@@ -62,21 +59,3 @@ def test_sidereal_time_and_separation() -> None:
         scopemount.sidereal_time(datetime(2000, 1, 1))
     assert scopemount.separation(0.0, 0.0, 90.0, 0.0) == pytest.approx(90.0)
     assert scopemount.separation(10.0, 89.0, 190.0, 89.0) == pytest.approx(2.0)
-
-
-def run_python(code: str, **environment: str) -> subprocess.CompletedProcess[str]:
-    package_root = Path(scopemount.__file__).resolve().parent.parent
-    env = dict(os.environ, PYTHONPATH=str(package_root), **environment)
-    return subprocess.run(
-        [sys.executable, "-c", code], env=env, capture_output=True, text=True, timeout=30
-    )
-
-
-def test_library_is_found_or_the_failure_says_where_to_look() -> None:
-    named = run_python("import scopemount; print(scopemount.library_path)",
-                       SCOPEMOUNT_LIBRARY=scopemount.library_path)
-    assert named.returncode == 0 and named.stdout.strip() == scopemount.library_path
-    missing = run_python("import scopemount", SCOPEMOUNT_LIBRARY="/nonexistent/libscopemount.so.0")
-    assert missing.returncode != 0
-    assert "LibraryNotFound" in missing.stderr and "/nonexistent/libscopemount.so.0" in missing.stderr
-

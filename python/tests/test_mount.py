@@ -66,7 +66,11 @@ def test_alignment_and_its_record_round_trip(equatorial: Mount) -> None:
     assert equatorial.alignment_record() == record
 
 
-def test_second_connection_and_closed_mount_raise() -> None:
+def test_refused_connections_and_closed_mount_raise() -> None:
+    with pytest.raises(scopemount.InvalidModel):
+        Mount.connect(12, 50.0)  # the library's verdict, not the package's
+    with pytest.raises(scopemount.InvalidParameter):
+        Mount.connect(Model.ALTAZ_SIMULATOR, 50.0, port=300)
     with Mount.connect(Model.ALTAZ_SIMULATOR, 50.0) as mount:
         with pytest.raises(scopemount.AlreadyConnected):
             Mount.connect(Model.EQUATORIAL_SIMULATOR, 50.0)
@@ -106,10 +110,3 @@ def test_refusals_raise_their_class(altaz: Mount, call, error) -> None:  # type:
         call(altaz)
     assert isinstance(raised.value, scopemount.ScopeError) and raised.value.text
     assert altaz.status().state == MountState.IDLE, "a refusal starts nothing"
-
-
-def test_invalid_model_number_is_the_library_verdict() -> None:
-    with pytest.raises(scopemount.InvalidModel):
-        Mount.connect(12, 50.0)
-    with pytest.raises(scopemount.InvalidParameter):
-        Mount.connect(Model.ALTAZ_SIMULATOR, 50.0, port=300)

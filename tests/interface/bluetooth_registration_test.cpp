@@ -104,24 +104,34 @@ class BluetoothRegistrationTest : public ::testing::Test {
 
 // The indexes are tried in order; the first that registers and opens is
 // taken and chosen for the next connection, and every other port that
-// registered is removed again, its index keeping its own device.
+// registered is removed again, its index keeping its own device. The driver
+// gets the address low word first and the channel's low byte.
 TEST_F(BluetoothRegistrationTest, TakesTheFirstIndexThatRegistersAndOpens) {
   const std::string open = openable_.path();
+  driver_.paths[0] = open;
+  EXPECT_EQ(ScopeRegisterBluetoothPort(1, 2, 3, nullptr), 0) << "a null handle pointer registers";
+  ASSERT_EQ(ScopeReleaseBluetoothPort(reinterpret_cast<ScopeDeviceHandle>(HANDLE_BASE)), SCOPE_OK);
+  ScopeSetComPort(7);
   const struct {
     const char* what;
     std::vector<std::pair<int32_t, std::string>> ports;  // index and path; others refused
-    int32_t taken;                                        // -1: none
+    int32_t channel;
+    uint32_t channelSent;
+    int32_t taken;  // -1: none
   } cases[] = {
-      {"the first index", {{0, open}}, 0},
-      {"past refusals and a port that does not open", {{2, UNOPENABLE}, {3, open}, {4, open}}, 3},
-      {"none opens", {{0, UNOPENABLE}, {4, UNOPENABLE}, {8, UNOPENABLE}}, -1},
+      {"the first index", {{0, open}}, 0x105, 5, 0},
+      {"past refusals and a port that does not open", {{2, UNOPENABLE}, {3, open}, {4, open}}, -1,
+       0xFF, 3},
+      {"none opens", {{0, UNOPENABLE}, {4, UNOPENABLE}, {8, UNOPENABLE}}, 1, 1, -1},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     FakePortDriver driver;
     for (const auto& [index, path] : c.ports) driver.paths[index] = path;
     ScopeDeviceHandle handle = reinterpret_cast<ScopeDeviceHandle>(0x5A5A);
-    EXPECT_EQ(ScopeRegisterBluetoothPort(1, 2, 3, &handle), c.taken);
+    EXPECT_EQ(ScopeRegisterBluetoothPort(0x33221100u, 0x00005544u, c.channel, &handle), c.taken);
+    EXPECT_EQ(driver.lastParams.device, 0x554433221100u);
+    EXPECT_EQ(driver.lastParams.channel, c.channelSent);
     const int32_t tried = c.taken < 0 ? 10 : c.taken + 1;
     EXPECT_EQ(driver.indexes.size(), static_cast<size_t>(tried)) << "indexes tried in order";
     for (int32_t i = 0; i < tried; ++i) EXPECT_EQ(driver.indexes[i], i);
@@ -140,17 +150,6 @@ TEST_F(BluetoothRegistrationTest, TakesTheFirstIndexThatRegistersAndOpens) {
     EXPECT_EQ(ScopeReleaseBluetoothPort(nullptr), SCOPE_INVALID_PARAMETER);
     ScopeSetComPort(7);
   }
-}
-
-TEST_F(BluetoothRegistrationTest, SendsTheAddressLowWordFirstAndTheChannelsLowByte) {
-  driver_.paths[0] = openable_.path();
-  EXPECT_EQ(ScopeRegisterBluetoothPort(0x33221100u, 0x00005544u, 0x105, nullptr), 0)
-      << "a null handle pointer still registers";
-  EXPECT_EQ(driver_.lastParams.device, 0x554433221100u);
-  EXPECT_EQ(driver_.lastParams.channel, 5u);
-  ASSERT_EQ(ScopeReleaseBluetoothPort(reinterpret_cast<ScopeDeviceHandle>(HANDLE_BASE)), SCOPE_OK);
-  EXPECT_EQ(ScopeRegisterBluetoothPort(0, 0, -1, nullptr), 0);
-  EXPECT_EQ(driver_.lastParams.channel, 0xFFu);
 }
 
 // The kernel's binding: without Bluetooth or the privilege to bind, every

@@ -38,8 +38,10 @@ TEST(Connect, EveryModelNumberHasItsAnswer) {
         model == SCOPE_MODEL_EQUATORIAL_SIMULATOR || model == SCOPE_MODEL_ALTAZ_SIMULATOR;
     EXPECT_EQ(ScopeConnect(model, 0.6, 100), simulator ? SCOPE_OK : SCOPE_NO_RESPONSE_AXIS1)
         << "model " << model;
+    const int32_t equatorial = model == SCOPE_MODEL_EQUATORIAL_SIMULATOR ? 1 : 0;
+    EXPECT_EQ(ScopeIsEquatorial(), simulator ? equatorial : SCOPE_NOT_CONNECTED)
+        << "a failed connection leaves nothing connected; model " << model;
     ScopeDisconnect();
-    EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED) << "model " << model;
   }
   ScopeSetPortPath(7, nullptr);
   ScopeSetComPort(0);
@@ -62,16 +64,6 @@ TEST(Connect, SameClassReappliesTheSiteAndAnotherIsRefused) {
   EXPECT_EQ(ScopeDisconnect(), SCOPE_OK);
   EXPECT_EQ(ScopeDisconnect(), SCOPE_OK) << "disconnecting twice is fine";
   EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
-}
-
-TEST(Connect, FailedOpenLeavesNothingConnected) {
-  ScopedTestModel model(7, Geometry::AltAz);
-  TestMount::openResult = SCOPE_NO_RESPONSE_AXIS1;
-  EXPECT_EQ(ScopeConnect(7, 0.6, 100), SCOPE_NO_RESPONSE_AXIS1);
-  EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
-  TestMount::openResult = SCOPE_OK;
-  ASSERT_EQ(ScopeConnect(7, 0.6, 100), SCOPE_OK);
-  EXPECT_EQ(ScopeIsEquatorial(), 0);
 }
 
 TEST(Connect, ComPortRules) {

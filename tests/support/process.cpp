@@ -4,8 +4,11 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <climits>
@@ -26,6 +29,7 @@ using Clock = std::chrono::steady_clock;
 constexpr int LOOK_MS = 10;
 // How long a program whose input closed may take to end before it is killed.
 constexpr auto GRACE = std::chrono::seconds(2);
+constexpr unsigned short TERMINAL_ROWS = 24;
 
 void CloseFd(int& fd) {
   if (fd >= 0) close(fd);
@@ -53,15 +57,63 @@ std::vector<std::string> LaunchedCommand(const std::string& program) {
   return command;
 }
 
+// The test's ends of the program's streams, and the program's ends, which
+// the test closes once it has started.
+struct Streams {
+  int in = -1, out = -1, err = -1;
+  std::vector<int> programEnds;
+  std::string error;
+};
+
+Streams Failure() {
+  Streams failed;
+  failed.error = std::strerror(errno);
+  return failed;
+}
+
+// Pipes, which become the program's standard input, output and error.
+Streams Pipes(posix_spawn_file_actions_t& actions) {
+  int in[2], out[2], err[2];
+  if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
+    return Failure();
+  }
+  posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+  return {in[1], out[0], err[0], {in[0], out[1], err[1]}, ""};
+}
+
+// A pseudo-terminal, which the program opens as its controlling terminal in
+// a session of its own, so that Ctrl-C typed there interrupts it.
+Streams Terminal(unsigned short columns, posix_spawn_file_actions_t& actions,
+                 posix_spawnattr_t& attributes) {
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  char path[128];
+  const winsize size{TERMINAL_ROWS, columns, 0, 0};
+  if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0 ||
+      ptsname_r(terminal, path, sizeof path) != 0 || ioctl(terminal, TIOCSWINSZ, &size) != 0) {
+    const Streams failed = Failure();
+    if (terminal >= 0) close(terminal);
+    return failed;
+  }
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, path, O_RDWR, 0);
+  posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDERR_FILENO);
+  return {fcntl(terminal, F_DUPFD_CLOEXEC, 0), terminal, -1, {}, ""};
+}
+
 }  // namespace
 
 ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
-                           const std::vector<std::string>& environment) {
-  int in[2], out[2], err[2];
-  if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
-    spawnError_ = std::strerror(errno);
-    return;
-  }
+                           const std::vector<std::string>& environment,
+                           unsigned short terminalColumns) {
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attributes;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawnattr_init(&attributes);
+  const Streams streams =
+      terminalColumns > 0 ? Terminal(terminalColumns, actions, attributes) : Pipes(actions);
   const std::vector<std::string> command = LaunchedCommand(program);
   std::vector<char*> argv = Pointers(arguments);
   const std::vector<char*> launch = Pointers(command);
@@ -71,21 +123,19 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
   for (char** e = environ; *e != nullptr; ++e) envp.push_back(*e);
   envp.push_back(nullptr);
 
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
   const int spawned =
-      posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), envp.data());
+      streams.error.empty()
+          ? posix_spawnp(&pid_, argv[0], &actions, &attributes, argv.data(), envp.data())
+          : -1;
   posix_spawn_file_actions_destroy(&actions);
-  for (int fd : {in[0], out[1], err[1]}) close(fd);
-  in_ = in[1];
-  out_ = out[0];
-  err_ = err[0];
+  posix_spawnattr_destroy(&attributes);
+  for (int fd : streams.programEnds) close(fd);
+  in_ = streams.in;
+  out_ = streams.out;
+  err_ = streams.err;
   if (spawned != 0) {
     pid_ = -1;
-    spawnError_ = std::strerror(spawned);
+    spawnError_ = spawned > 0 ? std::strerror(spawned) : streams.error;
     CloseInput();
     CloseOutputs();
   }
@@ -99,18 +149,7 @@ ChildProcess::~ChildProcess() {
     std::this_thread::sleep_for(std::chrono::milliseconds(LOOK_MS));
   }
   if (pid_ > 0) kill(pid_, SIGKILL);
-  Wait();
-}
-
-std::string ChildProcess::ReadLine() {
-  std::string& out = collected_[0];
-  size_t end;
-  while ((end = out.find('\n', lineStart_)) == std::string::npos && Collect(-1)) {
-  }
-  if (end == std::string::npos) end = out.size();
-  std::string line = out.substr(lineStart_, end - lineStart_);
-  lineStart_ = end < out.size() ? end + 1 : end;
-  return line;
+  Reaped(0);
 }
 
 bool ChildProcess::Collect(int timeoutMs) {
@@ -123,7 +162,7 @@ bool ChildProcess::Collect(int timeoutMs) {
     int& fd = i == 0 ? out_ : err_;
     const ssize_t n = read(fd, buffer, sizeof buffer);
     if (n <= 0) {
-      CloseFd(fd);
+      CloseFd(fd);  // the end, or EIO from a terminal whose program has ended
     } else {
       collected_[i].append(buffer, static_cast<size_t>(n));
     }
@@ -170,6 +209,12 @@ int ChildProcess::WaitForExit(std::chrono::milliseconds deadline) {
   return exitStatus_;
 }
 
+void ChildProcess::Type(const std::string& keys) {
+  const bool typed =
+      in_ >= 0 && write(in_, keys.data(), keys.size()) == static_cast<ssize_t>(keys.size());
+  EXPECT_TRUE(typed) << "could not type " << keys.size() << " keys";
+}
+
 void ChildProcess::CloseInput() { CloseFd(in_); }
 
 void ChildProcess::CloseOutputs() {
@@ -181,51 +226,25 @@ void ChildProcess::Interrupt() {
   if (pid_ > 0) kill(pid_, SIGINT);
 }
 
-int ChildProcess::Wait() {
-  Reaped(0);
-  return exitStatus_;
+void ChildProcess::Resize(unsigned short columns) {
+  const winsize size{TERMINAL_ROWS, columns, 0, 0};
+  EXPECT_EQ(ioctl(out_, TIOCSWINSZ, &size), 0) << "only a terminal has a width";
 }
 
 ProcessResult ChildProcess::RunToEnd(const std::string& input,
                                      const std::string& interruptWhenSeen) {
-  ProcessResult result;
-  if (pid_ <= 0) {
-    result.err = spawnError_;
-    return result;
-  }
-  // Feed the input and drain both outputs together so neither pipe fills.
-  std::string* texts[2] = {&result.out, &result.err};
-  size_t written = 0;
-  bool interruptSent = false;
-  if (input.empty()) CloseInput();
-  char buffer[4096];
-  while (out_ >= 0 || err_ >= 0) {
-    pollfd fds[3] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}, {in_, POLLOUT, 0}};
-    if (poll(fds, 3, -1) < 0) break;
-    for (int i = 0; i < 2; ++i) {
-      if (fds[i].revents == 0) continue;
-      int& fd = i == 0 ? out_ : err_;
-      const ssize_t n = read(fd, buffer, sizeof buffer);
-      if (n <= 0) {
-        CloseFd(fd);
-      } else {
-        texts[i]->append(buffer, static_cast<size_t>(n));
-      }
-    }
-    if (!interruptSent && !interruptWhenSeen.empty() &&
-        result.out.find(interruptWhenSeen) != std::string::npos) {
+  if (pid_ <= 0) return {-1, "", spawnError_};
+  if (!input.empty()) Type(input);
+  CloseInput();
+  bool interruptSent = interruptWhenSeen.empty();
+  while (Collect(-1)) {
+    if (!interruptSent && out().find(interruptWhenSeen) != std::string::npos) {
       Interrupt();
       interruptSent = true;
     }
-    if (in_ >= 0 && fds[2].revents != 0) {
-      const ssize_t n = write(in_, input.data() + written, input.size() - written);
-      if (n > 0) written += static_cast<size_t>(n);
-      if (n <= 0 || written == input.size()) CloseInput();
-    }
   }
-  CloseInput();
-  result.exitStatus = Wait();
-  return result;
+  Reaped(0);
+  return {exitStatus_, out(), err()};
 }
 
 }  // namespace scopemount::testing

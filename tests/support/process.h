@@ -1,5 +1,5 @@
-// Runs a program as a user would: pipes on its standard input, output and
-// error, its exit status at the end.
+// Runs a program as a user would: its standard streams on pipes, or on a
+// pseudo-terminal (a user's terminal: its width, keys typed, Ctrl-C).
 #pragma once
 
 #include <sys/types.h>
@@ -17,25 +17,26 @@ struct ProcessResult {
   std::string err;      // standard error (or why the program did not start)
 };
 
-// A program running with its three standard streams on pipes; extra
-// environment entries ("NAME=value") are added to the current ones. The
-// destructor closes the pipes and reaps the program, killing it if it has
-// not ended shortly after its input closed.
+// A running program; extra environment entries ("NAME=value") come before
+// the current ones. With `terminalColumns` > 0 it runs on a pseudo-terminal
+// that wide, as its controlling terminal, and everything it writes arrives
+// in out(). The destructor closes the streams and reaps the program,
+// killing it if it has not ended shortly after its input closed.
 class ChildProcess {
  public:
   ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
-               const std::vector<std::string>& environment = {});
+               const std::vector<std::string>& environment = {},
+               unsigned short terminalColumns = 0);
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
-  // Standard output up to the end of the next line (without the newline).
-  std::string ReadLine();
+  // Keys typed, or text written to the input (at a terminal "\x03" is Ctrl-C).
+  void Type(const std::string& keys);
   void CloseInput();
   void Interrupt();  // SIGINT, as from Ctrl-C
-  // The exit code, or -1 if the program did not exit normally.
-  int Wait();
-
+  // The terminal's new width; the program gets SIGWINCH.
+  void Resize(unsigned short columns);
   // While the program runs beside the test: collects its output until
   // `done` holds for the standard output so far, calling `meanwhile`
   // between looks (to serve the test's own sockets). False if the deadline
@@ -47,11 +48,12 @@ class ChildProcess {
   // Waits at most `deadline` for the end, collecting the output; the exit
   // code, or -1 (still running, or it did not exit normally).
   int WaitForExit(std::chrono::milliseconds deadline);
-  // What WaitFor, WaitForExit and ReadLine collected so far.
+  // What was collected so far.
   const std::string& out() const { return collected_[0]; }
   const std::string& err() const { return collected_[1]; }
-  // Feeds `input`, collects both outputs until they close and waits for the
-  // end; with `interruptWhenSeen`, interrupts once the output contains it.
+  // Feeds `input` (no more than a pipe holds, 64 KiB), collects both
+  // outputs until they close and waits for the end; with
+  // `interruptWhenSeen`, interrupts once the output contains it.
   ProcessResult RunToEnd(const std::string& input, const std::string& interruptWhenSeen);
 
  private:
@@ -59,16 +61,16 @@ class ChildProcess {
   // Reads what either output has, waiting at most `timeoutMs` (-1: until
   // something comes). False once both are closed.
   bool Collect(int timeoutMs);
-  // Reaps the program if it has ended; true once it has.
+  // Reaps the program if it has ended (or, with 0, once it has); true once
+  // it has.
   bool Reaped(int options);
 
   pid_t pid_ = -1;
   int in_ = -1;
   int out_ = -1;
-  int err_ = -1;
+  int err_ = -1;  // -1 on a terminal, where errors come with the output
   int exitStatus_ = -1;
   std::string collected_[2];
-  size_t lineStart_ = 0;  // where ReadLine goes on in the standard output
   std::string spawnError_;
 };
 

@@ -11,13 +11,12 @@
 #include "text.h"
 
 #include "support/process.h"
-#include "support/terminal_process.h"
 
 namespace {
 
+using scopemount::testing::ChildProcess;
 using scopemount::testing::ProcessResult;
 using scopemount::testing::RunProcess;
-using scopemount::testing::TerminalProcess;
 using namespace std::chrono_literals;
 
 ProcessResult Cli(const std::vector<std::string>& arguments, const std::string& locale = "C") {
@@ -62,64 +61,11 @@ std::vector<std::string> LiveLines(const std::string& screen) {
 constexpr int EXIT_LIBRARY_ERROR = 1;
 constexpr int EXIT_BAD_ARGUMENTS = 2;
 
-// What a command prints, in the user's language: under --json every line is
-// one JSON object, and every event says when it happened.
-TEST(Cli, OutputsOfCommandsInTextAndJson) {
-  struct Case {
-    std::vector<std::string> arguments;
-    std::string expected;
-    std::string locale = "C";
-  };
-  const Case cases[] = {
-      {{"models"}, " 7  simulator, no --port                     Alt/Az Mount Simulator\n"},
-      {{"models"}, "11  --port DEVICE (emulate compact)          Dravic Quillo-2"},
-      {{"models"}, " 仿真赤道仪\n", "zh_CN.UTF-8"},
-      {{"codes"}, "  3  尚未連接到望遠鏡\n", "zh_TW.UTF-8"},
-      {{"codes"}, "105  User interrupt\n"},
-      {{"--version"}, "scopemount 0.1.0\nlibrary libscopemount 0.1.0\n"},
-      {{"--json", "--version"}, "{\"program\":\"0.1.0\",\"library\":\"0.1.0\"}\n"},
-      {{"--json", "models"},
-       "{\"model\":0,\"name\":\"Marvane Alt/Az Mount\",\"works\":true,\"simulator\":false,"
-       "\"needsPort\":true,\"emulate\":\"auxbus\"}\n"},
-      {{"models", "--json"}, "\"simulator\":true,\"needsPort\":false,\"emulate\":null}\n"},
-      {{"--json", "codes"}, "{\"code\":105,\"message\":\"User interrupt\"}\n"},
-      {{"--json", "emulate", "--list"}, "{\"protocol\":\"compact\",\"description\":\"compact"},
-      {{"emulate", "--list"}, "  demo         測試台的示範控制器", "zh_TW.UTF-8"},
-      {{"--json", "--model", "12", "status"}, "\"usage\":true,\"message\":\"--model: 12 is outside 0 to 11"},
-      {{"stop"}, "Stopped both axes and tracking.\nidle "},
-      {{"stop", "--axis", "1"}, "Stopped axis 1.\n"},
-      // The program's own texts follow the language too; JSON stays as it is.
-      {{"stop"}, "已停止两轴和跟踪。\n空闲 ", "zh_CN.UTF-8"},
-      {{"stop", "--axis", "0"}, "已停止軸 0", "zh_TW.UTF-8@x"},
-      {{"stop", "--axis", "0"}, "Stopped axis 0", "zh_HK.UTF-8"},  // as the library's texts
-      {{"stop", "--help"}, "  --axis 非负整数:整数，范围 [0, 1]\n", "zh_CN.UTF-8"},
-      // Headings padded by the columns Chinese takes on a terminal, not by bytes.
-      {{"stars"}, "星                星等  赤经 J2000 赤纬 J2000  当日赤经   当日赤纬     时角   ",
-       "zh_CN.UTF-8"},
-      {{"--help"}, "  --port 文字                 硬體托架的序列埠裝置\n", "zh_TW.UTF-8"},
-      {{"stop", "--help"}, "選項:\n  -h,--help                   顯示此說明訊息並結束\n", "zh_TW.UTF-8"},
-      {{"--json", "status"}, "\"status\":{\"state\":\"idle\",", "zh_TW.UTF-8"},
-      {{"--json", "stop", "--axis", "0"}, "{\"event\":\"stopped\",\"utc\":\"20"},
-      {At({"--json", "goto", "--altaz", "10", "85"}), "\"code\":103,\"message\":\"Target"},
-      {At({"--json", "goto", "--axes", "3", "2"}),
-       "\"target\":{\"frame\":\"axes\",\"axis0\":3.000000,\"axis1\":2.000000}}\n"},
-  };
-  for (const auto& [arguments, expected, locale] : cases) {
-    const ProcessResult r = Cli(arguments, locale);
-    const std::string what = arguments[0] + " ... " + arguments.back() + ": ";
-    EXPECT_TRUE(Contains(r.out, expected)) << what << r.out << r.err;
-    if (arguments[0] != "--json") continue;
-    std::istringstream lines(r.out);
-    for (std::string line; std::getline(lines, line);) {
-      EXPECT_TRUE(!line.empty() && line.front() == '{' && line.back() == '}') << what << line;
-      EXPECT_TRUE(line.find("{\"event\":") != 0 || Contains(line, "\",\"utc\":\"20")) << line;
-    }
-  }
-}
-
-// What a command prints and its exit status: bad arguments end with 2 before
-// any connection; a library failure ends with 1 and the library's own
-// message in the user's language; each error is said once on standard error.
+// What a command prints and its exit status, in the user's language: bad
+// arguments end with 2 before any connection; a library failure ends with 1
+// and the library's own message; each error is said once on standard error.
+// Under --json every line is one JSON object, and every event says when it
+// happened.
 TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
   struct Case {
     std::vector<std::string> arguments;
@@ -132,6 +78,37 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
   const std::vector<std::string> st = {"sidereal-time", "--at", "1987-04-10 19:21:00",
                                        "--utc-offset", "0"};
   const Case cases[] = {
+      {{"models"}, 0, "", " 7  simulator, no --port                     Alt/Az Mount Simulator\n"},
+      {{"models"}, 0, "", "11  --port DEVICE (emulate compact)          Dravic Quillo-2"},
+      {{"models"}, 0, "", " 仿真赤道仪\n", "zh_CN.UTF-8"},
+      {{"codes"}, 0, "", "  3  尚未連接到望遠鏡\n", "zh_TW.UTF-8"},
+      {{"codes"}, 0, "", "105  User interrupt\n"},
+      {{"--version"}, 0, "", "scopemount 0.1.0\nlibrary libscopemount 0.1.0\n"},
+      {{"--json", "--version"}, 0, "", "{\"program\":\"0.1.0\",\"library\":\"0.1.0\"}\n"},
+      {{"--json", "models"}, 0, "",
+       "{\"model\":0,\"name\":\"Marvane Alt/Az Mount\",\"works\":true,\"simulator\":false,"
+       "\"needsPort\":true,\"emulate\":\"auxbus\"}\n"},
+      {{"models", "--json"}, 0, "", "\"simulator\":true,\"needsPort\":false,\"emulate\":null}\n"},
+      {{"--json", "codes"}, 0, "", "{\"code\":105,\"message\":\"User interrupt\"}\n"},
+      {{"--json", "emulate", "--list"}, 0, "", "{\"protocol\":\"compact\",\"description\":\"compact"},
+      {{"emulate", "--list"}, 0, "", "  demo         測試台的示範控制器", "zh_TW.UTF-8"},
+      {{"stop"}, 0, "", "Stopped both axes and tracking.\nidle "},
+      {{"stop", "--axis", "1"}, 0, "", "Stopped axis 1.\n"},
+      // The program's own texts follow the language too; JSON stays as it is.
+      {{"stop"}, 0, "", "已停止两轴和跟踪。\n空闲 ", "zh_CN.UTF-8"},
+      {{"stop", "--axis", "0"}, 0, "", "已停止軸 0", "zh_TW.UTF-8@x"},
+      {{"stop", "--axis", "0"}, 0, "", "Stopped axis 0", "zh_HK.UTF-8"},  // as the library's texts
+      {{"stop", "--help"}, 0, "", "  --axis 非负整数:整数，范围 [0, 1]\n", "zh_CN.UTF-8"},
+      // Headings padded by the columns Chinese takes on a terminal, not by bytes.
+      {{"stars"}, 0, "", "星                星等  赤经 J2000 赤纬 J2000  当日赤经   当日赤纬     时角   ",
+       "zh_CN.UTF-8"},
+      {{"--help"}, 0, "", "  --port 文字                 硬體托架的序列埠裝置\n", "zh_TW.UTF-8"},
+      {{"stop", "--help"}, 0, "", "選項:\n  -h,--help                   顯示此說明訊息並結束\n",
+       "zh_TW.UTF-8"},
+      {{"--json", "status"}, 0, "", "\"status\":{\"state\":\"idle\",", "zh_TW.UTF-8"},
+      {{"--json", "stop", "--axis", "0"}, 0, "", "{\"event\":\"stopped\",\"utc\":\"20"},
+      {At({"--json", "goto", "--axes", "3", "2"}), 0, "",
+       "\"target\":{\"frame\":\"axes\",\"axis0\":3.000000,\"axis1\":2.000000}}\n"},
       {st, 0, "", "Greenwich mean sidereal time      08h 34m 57.08"},
       {st, 0, "", "Greenwich apparent sidereal time  08h 34m 56.85"},
       // The same moment as a local time two hours ahead, with daylight saving.
@@ -175,7 +152,8 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
       {{"goto", "--altaz", "-10", "5"}, EXIT_BAD_ARGUMENTS, "Az -10 is outside 0 to 360 deg"},
       {{"goto", "--star", "Vega", "--of-date"}, EXIT_BAD_ARGUMENTS, "--of-date goes with --radec"},
       {{"goto", "--star", "Vega", "--dut1", "2"}, EXIT_BAD_ARGUMENTS, "--dut1: 2 is outside"},
-      {{"--model", "12", "status"}, EXIT_BAD_ARGUMENTS, "--model"},
+      {{"--json", "--model", "12", "status"}, EXIT_BAD_ARGUMENTS, "--model: 12 is outside 0 to 11",
+       "\"usage\":true,\"message\":\"--model: 12 is outside 0 to 11"},
       {{"move", "2", "1.0"}, EXIT_BAD_ARGUMENTS, "AXIS: 2 is outside 0 to 1"},
       {{"move", "0", "fast"}, EXIT_BAD_ARGUMENTS, "RATE: fast is not a number"},
       {{"stop", "--axis", "2"}, EXIT_BAD_ARGUMENTS, "--axis"},
@@ -193,8 +171,9 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
       // Azimuth west of north reads and prints as 355, not -5.
       {At({"--json", "goto", "--altaz", "355", "3"}), 0, "",
        "\"azimuth\":355.000000,\"altitude\":3.000000}}"},  // the arrival
-      {At({"goto", "--altaz", "10", "85"}), EXIT_LIBRARY_ERROR,
-       "altitude 85.0 deg; limits in force 0 to 75 deg: Target position too high (103)"},
+      {At({"--json", "goto", "--altaz", "10", "85"}), EXIT_LIBRARY_ERROR,
+       "altitude 85.0 deg; limits in force 0 to 75 deg: Target position too high (103)",
+       "\"code\":103,\"message\":\"Target"},
       {At({"goto", "--radec", "0", "-80"}), EXIT_LIBRARY_ERROR,
        " deg is below the horizon; limits in force 0 to 75 deg: Target position too low"},
       {At({"goto", "--altaz", "10", "-5"}), EXIT_LIBRARY_ERROR, "目标仰角过低 (104)", "",
@@ -210,6 +189,12 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
     // serve learns that its address cannot be had only when it listens.
     if (c.exitStatus == EXIT_BAD_ARGUMENTS && c.arguments[0] != "serve") {
       EXPECT_FALSE(Contains(r.out, "Connected:")) << what << ": refused before connecting\n" << r.out;
+    }
+    if (c.arguments[0] != "--json") continue;
+    std::istringstream lines(r.out);
+    for (std::string line; std::getline(lines, line);) {
+      EXPECT_TRUE(!line.empty() && line.front() == '{' && line.back() == '}') << what << line;
+      EXPECT_TRUE(line.find("{\"event\":") != 0 || Contains(line, "\",\"utc\":\"20")) << line;
     }
   }
 }
@@ -305,7 +290,7 @@ TEST(CliSession, ShellRunsCommandsInOneConnection) {
 // width; Ctrl-C cancels the running command, and at the prompt ends the shell.
 TEST(CliSession, ShellAtATerminal) {
   if (!SCOPEMOUNT_CLI_LINE_EDITING) GTEST_SKIP() << "built without line editing";
-  TerminalProcess terminal(SCOPEMOUNT_CLI_PATH, At({"shell"}), 80, {"LC_ALL=C", "HOME=/nowhere"});
+  ChildProcess terminal(SCOPEMOUNT_CLI_PATH, At({"shell"}), {"LC_ALL=C", "HOME=/nowhere"}, 80);
   const auto seen = [](const std::string& text, size_t times) {
     return [text, times](const std::string& screen) { return Count(screen, text) >= times; };
   };
@@ -316,32 +301,32 @@ TEST(CliSession, ShellAtATerminal) {
     };
   };
   const std::string prompt = "scopemount> ";
-  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 1), 30s)) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 1), 30s)) << terminal.out();
   terminal.Type("statux\x7fs\n");  // a typo mended with backspace
-  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 2), 30s)) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 2), 30s)) << terminal.out();
   terminal.Type("\x10\n");  // Ctrl-P: the line before, again
-  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 3), 30s)) << terminal.screen();
-  EXPECT_EQ(Count(terminal.screen(), "idle     axes     0.000"), 2u) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 3), 30s)) << terminal.out();
+  EXPECT_EQ(Count(terminal.out(), "idle     axes     0.000"), 2u) << terminal.out();
 
   terminal.Type("goto --axes 120 60\n");
-  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(80), 30s)) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(80), 30s)) << terminal.out();
   terminal.Resize(50);
-  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(50), 30s)) << terminal.screen();
+  ASSERT_TRUE(terminal.WaitFor(liveLineWithin(50), 30s)) << terminal.out();
   terminal.Type("\x03");
-  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 4), 30s)) << terminal.screen();
-  const std::vector<std::string> lines = LiveLines(terminal.screen());
+  ASSERT_TRUE(terminal.WaitFor(seen(prompt, 4), 30s)) << terminal.out();
+  const std::vector<std::string> lines = LiveLines(terminal.out());
   EXPECT_TRUE(Contains(lines.front(), "to go ") && Contains(lines.front(), "  Az ")) << lines[0];
   bool narrowed = false;
   for (const std::string& line : lines) {
     narrowed = narrowed || line.size() < 50;
     EXPECT_LT(line.size(), narrowed ? 50u : 80u) << line;
   }
-  EXPECT_TRUE(Contains(terminal.screen(), "\nscopemount: GOTO axes 120.000 60.000: User interrupt "
+  EXPECT_TRUE(Contains(terminal.out(), "\nscopemount: GOTO axes 120.000 60.000: User interrupt "
                                           "(105)\r\nCancelled;"))
-      << "the live line ends before the error\n" << terminal.screen();
+      << "the live line ends before the error\n" << terminal.out();
   terminal.Type("\x03");
-  EXPECT_EQ(terminal.Wait(30s), 130);
-  EXPECT_TRUE(Contains(terminal.screen(), "Disconnected.")) << terminal.screen();
+  EXPECT_EQ(terminal.WaitForExit(30s), 130);
+  EXPECT_TRUE(Contains(terminal.out(), "Disconnected.")) << terminal.out();
 }
 
 TEST(CliSession, CtrlCDuringASlewStopsTheMountAndDisconnects) {

@@ -2,6 +2,7 @@
 // the printed path, and the program ends on end of input or on Ctrl-C.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -10,11 +11,7 @@
 namespace scopemount::testing {
 namespace {
 
-// The program serving `protocol`; it prints the device path on its first line.
-struct ServedEmulator : ChildProcess {
-  explicit ServedEmulator(const char* protocol)
-      : ChildProcess(SCOPEMOUNT_CLI_PATH, {"emulate", protocol}) {}
-};
+using namespace std::chrono_literals;
 
 // Two programs side by side, as the README shows them: a hardware model's
 // controller served on a pseudo-terminal, and a short GOTO through it.
@@ -38,8 +35,10 @@ TEST(EmulateCommand, EachHardwareProtocolServesAGotoOfItsModels) {
   };
   for (const ServedGoto& c : cases) {
     SCOPED_TRACE(std::string(c.protocol) + " model " + c.model);
-    ServedEmulator emulator(c.protocol);
-    const std::string path = emulator.ReadLine();
+    // The emulator prints the device path on its first line.
+    ChildProcess emulator(SCOPEMOUNT_CLI_PATH, {"emulate", c.protocol});
+    ASSERT_TRUE(emulator.WaitForText("\n", 20s)) << emulator.err();
+    const std::string path = emulator.out().substr(0, emulator.out().find('\n'));
     ASSERT_EQ(path.rfind("/dev/pts/", 0), 0u) << path;
     std::vector<std::string> arguments{"goto", "--model", c.model, "--port", path};
     arguments.insert(arguments.end(), c.target.begin(), c.target.end());
@@ -53,7 +52,7 @@ TEST(EmulateCommand, EachHardwareProtocolServesAGotoOfItsModels) {
     } else {
       emulator.CloseInput();
     }
-    EXPECT_EQ(emulator.Wait(), 0);
+    EXPECT_EQ(emulator.WaitForExit(20s), 0);
   }
 }
 
