@@ -222,6 +222,8 @@ int32_t Mount::StartTrackingAfter(uint32_t request) {
 }
 
 int32_t Mount::StopTracking() {
+  ++trackingStops;
+  motionNotice.Notify();
   if ((mountState & STATE_TRACKING) != 0) {
     StopAxisMotor(0);
     StopAxisMotor(1);

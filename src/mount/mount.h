@@ -273,6 +273,11 @@ class Mount {
   std::atomic<uint32_t> alignmentQuality{0};
   std::atomic<uint32_t> aligned{0};
   std::atomic<uint32_t> trackingWanted{0};
+  // Every StopTracking counts here; a tracking start notes the count. A
+  // start still taking up backlash when the count moves on is called off,
+  // so "tracking off" is never undone by a start asked for before it.
+  std::atomic<uint32_t> trackingStops{0};
+  std::atomic<uint32_t> trackingStopsAtStart{0};
   std::atomic<double> trackStartSky[AXIS_COUNT]{0.0, 0.0};
   std::atomic<uint32_t> trackStartTick{0};
 

@@ -48,6 +48,11 @@ double WithoutReversal(double nominal, double correcting, double perMs) {
 
 bool TrackingBitSet(const Mount& mount) { return (mount.mountState & STATE_TRACKING) != 0; }
 
+// Tracking was turned off after the latest start was asked for.
+bool TrackingStopped(const Mount& mount) {
+  return mount.trackingStops != mount.trackingStopsAtStart;
+}
+
 // A tracking start for `request` (NO_REQUEST: asked for by the host, not
 // by a slew) that a newer GOTO, move or stop has made stale.
 bool Superseded(const Mount& mount, uint32_t request) {
@@ -64,22 +69,22 @@ uint32_t EquatorialTrackingWorker(void* parameter, uint32_t request) {
   }
   const double rate = mount.trackingRate;
   int32_t result = Ok;
+  // A motion owns the axis, a newer request came for it (a stop), tracking
+  // was turned off, or the mount goes away: tracking does not start.
+  const auto calledOff = [&mount, request] {
+    return mount.axisRunFlag[0] == 1 || mount.releasing == 1 ||
+           !mount.IsLatestRequest(request, 0) || TrackingStopped(mount);
+  };
   if (NeedsBacklashTakeUp(mount, 0, rate)) {
     result = mount.SetAxisRate(0, BacklashTakeUpRate(mount, rate));
     if (result != Ok) {
       HandBackAxes(mount);
       return static_cast<uint32_t>(result);
     }
-    // A motion that claims the axis meanwhile ends the take-up.
-    WaitOutTakeUp(mount, mount.backlashTime[0], [&mount, request] {
-      return mount.axisRunFlag[0] == 1 || mount.releasing == 1 ||
-             !mount.IsLatestRequest(request, 0);
-    });
+    WaitOutTakeUp(mount, mount.backlashTime[0], calledOff);
     result = mount.StopAxisMotor(0);
   }
-  // A motion owns the axis, a newer request came for it (a stop), or the
-  // mount goes away: tracking does not start.
-  if (mount.axisRunFlag[0] == 1 || mount.releasing == 1 || !mount.IsLatestRequest(request, 0)) {
+  if (calledOff()) {
     HandBackAxes(mount);
     return static_cast<uint32_t>(result);
   }
@@ -90,6 +95,12 @@ uint32_t EquatorialTrackingWorker(void* parameter, uint32_t request) {
   mount.trackStartTick = platform::TickCount();
   result = mount.SetAxisRate(0, rate);
   if (result == Ok) mount.mountState |= STATE_TRACKING;
+  // A StopTracking between the check above and the bit saw no tracking to
+  // stop: this start undoes itself (without counting as another stop).
+  if (result == Ok && TrackingStopped(mount)) {
+    mount.StopAxisMotor(0);
+    mount.ClearTrackingBit();
+  }
   HandBackAxes(mount);
   return static_cast<uint32_t>(result);
 }
@@ -101,6 +112,7 @@ int32_t StartEquatorialTracking(Mount& mount) {
 }
 
 int32_t StartEquatorialTracking(Mount& mount, uint32_t request) {
+  mount.trackingStopsAtStart = mount.trackingStops.load();
   mount.StartWorker(&EquatorialTrackingWorker, &mount, request, platform::ThreadPriority::Normal);
   return Ok;
 }
