@@ -58,11 +58,15 @@ double PairLeverage(const AnglePair& star, const AnglePair& third) {
   return SecantDifference(PI + third.lat, star.lat);
 }
 
-// The sky angles are reduced; the axis angles pass unchanged, so a mirrored
-// declination-axis angle (above pi/2) survives.
-StarObservation SkyReduced(StarObservation star) {
+// Angles come in any range from the host; the fits want them in the ranges
+// SkyToAxes gives: the declination axis in [-pi/2, 3 pi/2), so a mirrored
+// angle (above pi/2) stays mirrored, not turned into its negative.
+StarObservation Reduced(StarObservation star) {
   star.sky.lon = NormalizeAngle(star.sky.lon);
   star.sky.lat = NormalizeAngle(star.sky.lat);
+  star.axes.lon = NormalizeAngle(star.axes.lon);
+  star.axes.lat = NormalizeAngle(star.axes.lat);
+  if (star.axes.lat < MIN_DECLINATION_AXIS_ANGLE) star.axes.lat += TWO_PI;
   return star;
 }
 
@@ -157,17 +161,17 @@ int32_t EquatorialMount::RateThirdStar(AnglePair first, AnglePair second, AngleP
 }
 
 int32_t EquatorialMount::AlignOneStar(AnglePair sky, AnglePair axes) {
-  const StarObservation star = SkyReduced({sky, axes});
+  const StarObservation star = Reduced({sky, axes});
   return Mount::AlignOneStar(star.sky, star.axes);
 }
 
 int32_t EquatorialMount::AlignTwoStars(StarObservation first, StarObservation second) {
-  return Mount::AlignTwoStars(SkyReduced(first), SkyReduced(second));
+  return Mount::AlignTwoStars(Reduced(first), Reduced(second));
 }
 
 int32_t EquatorialMount::AlignThreeStars(StarObservation first, StarObservation second,
                                          StarObservation third) {
-  return Mount::AlignThreeStars(SkyReduced(first), SkyReduced(second), SkyReduced(third));
+  return Mount::AlignThreeStars(Reduced(first), Reduced(second), Reduced(third));
 }
 
 // ---------------------------------------------------------------------------

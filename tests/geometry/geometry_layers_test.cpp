@@ -201,10 +201,10 @@ TEST(GeometryAlignment, MeasuresTheAxisErrorAndFitsTheTerms) {
     };
     std::vector<StarObservation> seen;
     for (AnglePair star : c.stars) seen.push_back(Observe(*truth, sky(star)));
-    // Unreduced angles are reduced (Alt/Az: where no axis passes the pole).
+    // Angles with extra turns are reduced.
     seen[0].sky.lon += 2 * TWO_PI;
     seen[0].axes.lon -= TWO_PI;
-    if (c.model == ALTAZ) seen[1].axes.lat += TWO_PI;
+    seen[1].axes.lat += TWO_PI;
     const int32_t result = seen.size() == 2 ? mount->AlignTwoStars(seen[0], seen[1])
                                             : mount->AlignThreeStars(seen[0], seen[1], seen[2]);
     ASSERT_EQ(result, Ok);
