@@ -114,6 +114,12 @@ TEST_P(EveryModel, GotosBySkyAndHorizontalPositionArriveAndTrackingHolds) {
   // where the sky was.
   const double slack = model.equatorial ? 0.5 * DEG : 0.0;
   EXPECT_LE(Separation(HorizontalPosition(), horizontal), model.Tolerance() + slack);
+
+  // Axis targets in the usual range, whatever range the mount reads in.
+  const AnglePair axes{10 * DEG, 5 * DEG};
+  ASSERT_EQ(ScopeGotoAxes(axes.lon, axes.lat), SCOPE_OK);
+  ASSERT_TRUE(WaitUntil(WorkersEndedAndNotSlewing));
+  EXPECT_LE(Separation(AxisPositions(), axes), model.Tolerance()) << AxisPositions().lon;
 }
 
 // Axis 1 runs at `rate` for 20 s of test time: its travel lies between the

@@ -48,6 +48,13 @@ int32_t AuxEquatorialMount::SlewAxisTo(uint32_t axis, double angle) {
   return SlewAxisToSending(axis, angle, sent);
 }
 
+// The slew compares targets with positions as read: a target of +10
+// degrees would otherwise be 370 degrees from where the axis reads -350
+// and never be reached. The same place, counted the way the axis reads.
+int32_t AuxEquatorialMount::GotoAxes(double angle0, double angle1) {
+  return EquatorialMount::GotoAxes(NormalizeAngle(angle0 + PI) - PI, angle1);
+}
+
 int32_t AuxEquatorialMount::SetAxisPosition(uint32_t axis, double angle) {
   return AuxBusMount::SetAxisPosition(axis, axis == 0 ? angle + PI : angle);
 }

@@ -37,6 +37,8 @@ class AuxEquatorialMount final : public AuxBusMount, public EquatorialMount {
   int32_t ReadAxisPosition(uint32_t axis) override;
   int32_t SlewAxisTo(uint32_t axis, double angle) override;
   int32_t SetAxisPosition(uint32_t axis, double angle) override;
+  // Axis targets as this mount reads its hour-angle axis, in [-2pi, 0).
+  int32_t GotoAxes(double angle0, double angle1) override;
 };
 
 }  // namespace scopemount
