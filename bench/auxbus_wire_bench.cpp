@@ -11,8 +11,8 @@
 
 #include <cstdint>
 
+#include "instant_device.h"
 #include "protocols/auxbus/aux_mounts.h"
-#include "support/instant_device.h"
 
 namespace {
 

@@ -17,10 +17,10 @@
 
 #include <cstdint>
 
+#include "instant_device.h"
 #include "platform/clock.h"
 #include "protocols/compact/compact_altaz_mounts.h"
 #include "protocols/compact/compact_protocol.h"
-#include "support/instant_device.h"
 
 namespace {
 

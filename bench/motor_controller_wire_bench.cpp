@@ -11,8 +11,8 @@
 // not have kept).
 #include <benchmark/benchmark.h>
 
+#include "instant_device.h"
 #include "protocols/motorcontroller/motor_controller_altaz_mount.h"
-#include "support/instant_device.h"
 
 using namespace scopemount;
 

@@ -8,9 +8,9 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "instant_device.h"
 #include "platform/clock.h"
 #include "protocols/auxbus/aux_mounts.h"
-#include "support/instant_device.h"
 
 using namespace scopemount;
 

@@ -13,10 +13,10 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "instant_device.h"
 #include "platform/clock.h"
 #include "protocols/motorcontroller/motor_controller_altaz_mount.h"
 #include "protocols/motorcontroller/motor_controller_equatorial_mount.h"
-#include "support/instant_device.h"
 
 using namespace scopemount;
 

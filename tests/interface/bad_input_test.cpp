@@ -133,7 +133,6 @@ TEST(BadInput, WithoutAMountEveryMountExportSaysNotConnected) {
   EXPECT_EQ(ScopeSetAlignmentData(record), SCOPE_NOT_CONNECTED);
   EXPECT_EQ(ScopeGetAlignmentQuality(nullptr), SCOPE_NOT_CONNECTED);
   EXPECT_EQ(ScopeGetPointingTerms(nullptr, nullptr), SCOPE_NOT_CONNECTED);
-  EXPECT_EQ(ScopeSetAltitudeLimits(0, 1), SCOPE_NOT_CONNECTED);
   EXPECT_EQ(ScopeSetTracking(1), SCOPE_NOT_CONNECTED);
   EXPECT_EQ(ScopeSetTrackingRate(0), SCOPE_NOT_CONNECTED);
   EXPECT_EQ(ScopeSetExtraMode(0), SCOPE_NOT_CONNECTED);

@@ -1,9 +1,5 @@
 // Registering a Bluetooth serial port: the index search, the open test and
 // what is left behind, over a replaced port driver.
-#include <fcntl.h>
-#include <stdlib.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <array>
@@ -24,6 +20,8 @@ using platform::BluetoothPortParams;
 
 constexpr BluetoothPortHandle HANDLE_BASE = 100;
 const char* const UNOPENABLE = "/nonexistent/bluetooth-port";
+// Every open of the multiplexer is a new pseudo-terminal: a port that opens.
+const std::string OPENABLE = "/dev/ptmx";
 
 // Creates ports where a path is given (the empty path refuses the index)
 // and records what it was asked.
@@ -60,27 +58,6 @@ class FakePortDriver final : public platform::BluetoothPortDriver {
   BluetoothPortParams lastParams;
 };
 
-// A pseudo-terminal whose far end stands for a port that opens.
-class OpenablePort {
- public:
-  OpenablePort() {
-    master_ = posix_openpt(O_RDWR | O_NOCTTY);
-    char name[128] = "";
-    if (master_ >= 0 && grantpt(master_) == 0 && unlockpt(master_) == 0 &&
-        ptsname_r(master_, name, sizeof name) == 0) {
-      path_ = name;
-    }
-  }
-  ~OpenablePort() {
-    if (master_ >= 0) close(master_);
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  int master_ = -1;
-  std::string path_;
-};
-
 std::string PathOf(int32_t port) {
   char path[platform::MAX_PORT_PATH + 1];
   EXPECT_TRUE(platform::PortDevicePath(port, path, sizeof path));
@@ -89,17 +66,13 @@ std::string PathOf(int32_t port) {
 
 class BluetoothRegistrationTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_FALSE(openable_.path().empty());
-    ScopeSetComPort(7);
-  }
+  void SetUp() override { ScopeSetComPort(7); }
   void TearDown() override {
     for (int32_t port = 0; port < 10; ++port) platform::BindPortPath(port, nullptr);
     SetPortNumber(DEFAULT_PORT_NUMBER);
   }
 
   FakePortDriver driver_;
-  OpenablePort openable_;
 };
 
 // The indexes are tried in order; the first that registers and opens is
@@ -107,8 +80,7 @@ class BluetoothRegistrationTest : public ::testing::Test {
 // registered is removed again, its index keeping its own device. The driver
 // gets the address low word first and the channel's low byte.
 TEST_F(BluetoothRegistrationTest, TakesTheFirstIndexThatRegistersAndOpens) {
-  const std::string open = openable_.path();
-  driver_.paths[0] = open;
+  driver_.paths[0] = OPENABLE;
   EXPECT_EQ(ScopeRegisterBluetoothPort(1, 2, 3, nullptr), 0) << "a null handle pointer registers";
   ASSERT_EQ(ScopeReleaseBluetoothPort(reinterpret_cast<ScopeDeviceHandle>(HANDLE_BASE)), SCOPE_OK);
   ScopeSetComPort(7);
@@ -119,9 +91,9 @@ TEST_F(BluetoothRegistrationTest, TakesTheFirstIndexThatRegistersAndOpens) {
     uint32_t channelSent;
     int32_t taken;  // -1: none
   } cases[] = {
-      {"the first index", {{0, open}}, 0x105, 5, 0},
-      {"past refusals and a port that does not open", {{2, UNOPENABLE}, {3, open}, {4, open}}, -1,
-       0xFF, 3},
+      {"the first index", {{0, OPENABLE}}, 0x105, 5, 0},
+      {"past refusals and a port that does not open",
+       {{2, UNOPENABLE}, {3, OPENABLE}, {4, OPENABLE}}, -1, 0xFF, 3},
       {"none opens", {{0, UNOPENABLE}, {4, UNOPENABLE}, {8, UNOPENABLE}}, 1, 1, -1},
   };
   for (const auto& c : cases) {
@@ -140,7 +112,7 @@ TEST_F(BluetoothRegistrationTest, TakesTheFirstIndexThatRegistersAndOpens) {
     EXPECT_EQ(reinterpret_cast<uintptr_t>(handle),
               c.taken < 0 ? 0x5A5Au : static_cast<uintptr_t>(HANDLE_BASE + c.taken));
     for (int32_t port = 0; port < 10; ++port) {
-      EXPECT_EQ(PathOf(port), port == c.taken ? open : "/dev/ttyS" + std::to_string(port))
+      EXPECT_EQ(PathOf(port), port == c.taken ? OPENABLE : "/dev/ttyS" + std::to_string(port))
           << "index " << port;
     }
     if (c.taken < 0) continue;

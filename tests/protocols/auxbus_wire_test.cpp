@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "protocols/auxbus/aux_mounts.h"
+#include "support/angles.h"
 #include "support/scripted_controller.h"
 
 namespace scopemount {
@@ -18,8 +19,6 @@ namespace {
 
 using testing::SILENCE;
 
-constexpr double DEG = PI / 180.0;
-constexpr double ARCSEC = DEG / 3600.0;
 constexpr double ONE_COUNT = 3.7450702829239286e-07;
 
 // "3B 03" is the two bytes 0x3B 0x03, and back.

@@ -11,6 +11,7 @@
 
 #include "protocols/motorcontroller/motor_controller_altaz_mount.h"
 #include "protocols/motorcontroller/motor_controller_equatorial_mount.h"
+#include "support/angles.h"
 #include "support/scripted_controller.h"
 
 namespace scopemount::testing {
@@ -47,7 +48,6 @@ void LoadExampleConstants(MotorControllerMount& mount) {
 }
 
 constexpr double RADIANS_PER_COUNT = TWO_PI / EXAMPLE_COUNTS;
-constexpr double DEGREE = PI / 180.0;
 const std::string AT_ZERO = "=000080\r";  // j: count 0x800000
 
 using Script = std::vector<std::pair<std::string, std::vector<std::string>>>;
@@ -187,7 +187,7 @@ TEST(MotorControllerWire, GotoCommands) {
 
 TEST(MotorControllerWire, RateCommands) {
   const Script standing = {{"f1", {"=001\r"}}};
-  const double clamped = 3.4 * DEGREE;
+  const double clamped = 3.4 * DEG;
   auto oldBoard = [](MotorControllerMount& m) {
     m.boardVersion = 0x010600;
     m.highSpeedRatio[0] = 1;
@@ -198,7 +198,7 @@ TEST(MotorControllerWire, RateCommands) {
        ":f1\r:G110\r:I1D41000\r:J1\r", Ok, RateIs(0, SIDEREAL_RATE)},
       {"200 x sidereal in high-speed mode", false, standing, Rate(0, 200 * SIDEREAL_RATE),
        ":f1\r:G130\r:I1580100\r:J1\r", Ok},
-      {"5 degrees/s backwards runs at 3.4", false, standing, Rate(0, -5 * DEGREE),
+      {"5 degrees/s backwards runs at 3.4", false, standing, Rate(0, -5 * DEG),
        ":f1\r:G131\r:I1540000\r:J1\r", Ok,
        [clamped](MotorControllerMount& m) {
          EXPECT_NEAR(m.axisRate[0], -clamped, 1e-12);
@@ -309,7 +309,7 @@ TEST(MotorControllerWire, SouthernEquatorialOpeningSetsTheDirectionBit) {
   MotorControllerLine line;
   for (const auto& [frame, replies] : EXAMPLE_CONTROLLER) line.controller().Script(frame, replies);
   OwnedMount<MotorControllerMount> mount = MakeMount(true);
-  mount->SetSite(-30 * DEGREE, 0.0);
+  mount->SetSite(-30 * DEG, 0.0);
   ASSERT_EQ(mount->OpenMount(), Ok);
   line.Written();
   EXPECT_EQ(mount->SetAxisRate(0, -SIDEREAL_RATE), Ok);

@@ -335,17 +335,16 @@ TEST(AuxBus, AMissingControllerRefusesTheConnectionByAxis) {
 }
 
 TEST(AuxBus, AReversalTakesUpTheBacklashBeforeTheNewRate) {
-  ControllerBench bench(100.0, AuxBus());
-  bench.line().SetWiring(AUX_BUS);
-  ASSERT_EQ(bench.Connect(0), SCOPE_OK);
+  Session session(MODELS[0]);
+  ASSERT_EQ(session.connected, SCOPE_OK);
   ASSERT_EQ(ScopeSetBacklash(0, 0.5 * DEG), SCOPE_OK);
   ASSERT_EQ(ScopeMoveAxis(0, 10 * SIDEREAL_RATE), SCOPE_OK);
   ASSERT_TRUE(WaitForWorkers());
-  bench.line().TakeHostBytes();
+  session.line().TakeHostBytes();
   ASSERT_EQ(ScopeMoveAxis(0, -10 * SIDEREAL_RATE), SCOPE_OK);
   ASSERT_TRUE(WaitForWorkers());
   // 32 sidereal the new way (07 85 00), then 10 sidereal (02 59 00).
-  const std::vector<uint8_t> wire = bench.line().TakeHostBytes();
+  const std::vector<uint8_t> wire = session.line().TakeHostBytes();
   const std::vector<uint8_t> takeUp = {0x10, 0x07, 0x07, 0x85, 0x00};
   const std::vector<uint8_t> rate = {0x10, 0x07, 0x02, 0x59, 0x00};
   const auto takeUpAt = std::search(wire.begin(), wire.end(), takeUp.begin(), takeUp.end());

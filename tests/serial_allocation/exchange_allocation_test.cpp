@@ -7,11 +7,9 @@
 #include <new>
 
 #include "compact_controller.h"
-#include "demo_controller.h"
 #include "emulated_line.h"
 #include "protocols/compact/compact_altaz_mounts.h"
 #include "pty_host.h"
-#include "serial/serial_port.h"
 #include "support/selected_port.h"
 
 namespace {
@@ -39,49 +37,16 @@ namespace {
 
 constexpr int32_t PTY_PORT = 41;
 
-// Reads a reply of a known length, as the fixed-length protocols do.
-class FixedReplyPort final : public SerialPort {
- public:
-  uint32_t replyLength = 0;
-
- protected:
-  uint32_t ReceiveReply(uint8_t* reply) override {
-    return Read(reply, replyLength) == replyLength ? EXCHANGE_OK : EXCHANGE_NOT_SENT;
-  }
-};
-
-// A controller model on a pseudo-terminal bound to the port the library opens.
-template <typename Controller>
-struct PtyLine {
-  emulation::WallClock clock;
-  Controller controller;
-  emulation::EmulatedLine line{controller, clock};
-  emulation::PtyHost host{line};
-  bool started = host.Start();
-  testing::SelectedPort selected{PTY_PORT, host.Path().c_str()};
-};
-
-TEST(ExchangeAllocationTest, ExchangesAllocateNothing) {
-  PtyLine<emulation::DemoController> pty;
-  ASSERT_TRUE(pty.started && pty.selected.bound());
-  FixedReplyPort port;
-  ASSERT_TRUE(port.IsOpen());
-  const uint8_t command[] = "POS 0\n";
-  uint8_t reply[8] = {};
-  port.replyLength = 4;
-  counting = true;
-  uint32_t failures = 0;
-  for (int i = 0; i < 50; ++i)
-    failures += port.Exchange(command, sizeof command - 1, reply) != EXCHANGE_OK;
-  counting = false;
-  EXPECT_EQ(failures, 0u);
-  EXPECT_EQ(allocations, 0u);
-}
-
-// A protocol layer's polls, reads and run commands allocate nothing either.
+// A protocol layer's exchanges (polls, reads and run commands) allocate nothing.
 TEST(ExchangeAllocationTest, CompactMountOperationsAllocateNothing) {
-  PtyLine<emulation::CompactController> pty;
-  ASSERT_TRUE(pty.started && pty.selected.bound());
+  // The controller on a pseudo-terminal bound to the port the library opens.
+  emulation::WallClock clock;
+  emulation::CompactController controller;
+  emulation::EmulatedLine line(controller, clock);
+  emulation::PtyHost host(line);
+  ASSERT_TRUE(host.Start());
+  testing::SelectedPort selected(PTY_PORT, host.Path().c_str());
+  ASSERT_TRUE(selected.bound());
   OwnedMount<CompactMount> mount(new CompactAltAzMountSmall);
   ASSERT_EQ(mount->OpenMount(), Ok);
   counting = true;

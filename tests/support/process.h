@@ -74,6 +74,17 @@ class ChildProcess {
   std::string spawnError_;
 };
 
+// How often `part` occurs in `text` (overlapping occurrences count).
+inline size_t Occurrences(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+inline bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
 inline ProcessResult RunProcess(const std::string& program,
                                 const std::vector<std::string>& arguments,
                                 const std::string& input = "",

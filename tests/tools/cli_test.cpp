@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <regex>
 #include <sstream>
 #include <string>
 
@@ -15,22 +16,14 @@
 namespace {
 
 using scopemount::testing::ChildProcess;
+using scopemount::testing::Contains;
+using scopemount::testing::Occurrences;
 using scopemount::testing::ProcessResult;
 using scopemount::testing::RunProcess;
 using namespace std::chrono_literals;
 
 ProcessResult Cli(const std::vector<std::string>& arguments, const std::string& locale = "C") {
   return RunProcess(SCOPEMOUNT_CLI_PATH, arguments, "", {"LC_ALL=" + locale});
-}
-
-bool Contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
-size_t Count(const std::string& text, const std::string& part) {
-  size_t count = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
-  return count;
 }
 
 // Sessions with the simulators run on the wall clock: targets are chosen so
@@ -144,7 +137,6 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
       {{"goto", "--radec", "12"}, EXIT_BAD_ARGUMENTS, "--radec：至少需要 2 個值，只給了 1 個", "",
        "zh_TW.UTF-8"},
       {{"--load", "/"}, EXIT_BAD_ARGUMENTS, "--load: / is a directory, not a file"},
-      {{"goto", "--radec", "12"}, EXIT_BAD_ARGUMENTS, "--radec"},
       {{"goto", "--radec", "24.5", "10"}, EXIT_BAD_ARGUMENTS, "RA 24.5 is outside 0 to 24 h"},
       {{"goto", "--radec", "1", "-90:30"}, EXIT_BAD_ARGUMENTS, "Dec -90:30 is outside -90 to 90"},
       {{"goto", "--radec", "abc", "10"}, EXIT_BAD_ARGUMENTS, "RA 'abc' is not a number"},
@@ -157,7 +149,6 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
       {{"move", "2", "1.0"}, EXIT_BAD_ARGUMENTS, "AXIS: 2 is outside 0 to 1"},
       {{"move", "0", "fast"}, EXIT_BAD_ARGUMENTS, "RATE: fast is not a number"},
       {{"stop", "--axis", "2"}, EXIT_BAD_ARGUMENTS, "--axis"},
-      {{"--bogus"}, EXIT_BAD_ARGUMENTS, "--bogus"},
       {{"emulate", "bogus"}, EXIT_BAD_ARGUMENTS, "unknown controller \"bogus\""},
       {{"serve", "--listen", "127.0.0.1:"}, EXIT_BAD_ARGUMENTS, "expects ADDRESS:PORT"},
       {{"serve", "--listen", "127.0.0.1:99999"}, EXIT_BAD_ARGUMENTS, "expects ADDRESS:PORT"},
@@ -183,7 +174,7 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
     const ProcessResult r = Cli(c.arguments, c.locale);
     const std::string what = c.arguments[0] + " ... " + c.arguments.back();
     EXPECT_EQ(r.exitStatus, c.exitStatus) << what << ": " << r.err;
-    EXPECT_TRUE(c.onStandardError.empty() ? r.err.empty() : Count(r.err, c.onStandardError) == 1)
+    EXPECT_TRUE(c.onStandardError.empty() ? r.err.empty() : Occurrences(r.err, c.onStandardError) == 1)
         << what << ": said once\n" << r.err;
     EXPECT_TRUE(Contains(r.out, c.onStandardOutput)) << what << ": " << r.out;
     // serve learns that its address cannot be had only when it listens.
@@ -209,17 +200,6 @@ TEST(CliSession, DefaultRunConnectsSlewsTracksAndDisconnects) {
   EXPECT_TRUE(Contains(r.out, "t+ 5.")) << r.out;
   EXPECT_TRUE(Contains(r.out, "Disconnected.\n")) << r.out;
   EXPECT_EQ(r.out.find('\r'), std::string::npos) << "no line rewriting into a pipe";
-}
-
-// Whether a JSON event line of this kind, stamped with UTC, holds `part`.
-bool EventHas(const std::string& out, const std::string& event, const std::string& part) {
-  std::istringstream lines(out);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.rfind("{\"event\":\"" + event + "\",\"utc\":\"", 0) == 0 && Contains(line, part)) {
-      return true;
-    }
-  }
-  return false;
 }
 
 // The number after "key": at or after `from`.
@@ -250,7 +230,9 @@ TEST(CliSession, GotoInEachFrameEndsWhereTheStarListPutsTheStar) {
         ra, dec, JsonNumberAfter(r.out, pointing, "rightAscension") / 12 * M_PI,
         JsonNumberAfter(r.out, pointing, "declination") / 180 * M_PI);
     EXPECT_LT(off * 180 / M_PI * 60, 1.0) << target.back() << " (arcminutes)\n" << r.out;
-    EXPECT_EQ(EventHas(r.out, "tracking", ",\"t\":2."), target[0] == "--star");
+    // A tracking event 2 s on (one line, stamped with UTC) comes only with --track 2.
+    const std::regex tracked(R"(\{"event":"tracking","utc":"[^\n]*,"t":2\.)");
+    EXPECT_EQ(std::regex_search(r.out, tracked), target[0] == "--star") << r.out;
   }
 }
 
@@ -269,9 +251,9 @@ TEST(CliSession, ShellRunsCommandsInOneConnection) {
   const ProcessResult r =
       RunProcess(SCOPEMOUNT_CLI_PATH, At({"shell"}), script, {"LC_ALL=C"});
   EXPECT_EQ(r.exitStatus, EXIT_LIBRARY_ERROR) << "one command failed: " << r.out << r.err;
-  EXPECT_EQ(Count(r.out, "Connected:"), 1u) << "one connection for the whole script\n" << r.out;
+  EXPECT_EQ(Occurrences(r.out, "Connected:"), 1u) << "one connection for the whole script\n" << r.out;
   EXPECT_TRUE(Contains(r.out, "Stopped both axes and tracking.\nidle ")) << r.out;
-  EXPECT_EQ(Count(r.out, "Alt    3.000\n"), 2u) << "after stop and bogus, none after quit\n"
+  EXPECT_EQ(Occurrences(r.out, "Alt    3.000\n"), 2u) << "after stop and bogus, none after quit\n"
                                                 << r.out;
   EXPECT_TRUE(Contains(r.out, "Alignment saved to")) << r.out;
   EXPECT_TRUE(Contains(r.err, "bogus")) << r.err;
@@ -292,7 +274,7 @@ TEST(CliSession, ShellAtATerminal) {
   if (!SCOPEMOUNT_CLI_LINE_EDITING) GTEST_SKIP() << "built without line editing";
   ChildProcess terminal(SCOPEMOUNT_CLI_PATH, At({"shell"}), {"LC_ALL=C", "HOME=/nowhere"}, 80);
   const auto seen = [](const std::string& text, size_t times) {
-    return [text, times](const std::string& screen) { return Count(screen, text) >= times; };
+    return [text, times](const std::string& screen) { return Occurrences(screen, text) >= times; };
   };
   const auto liveLineWithin = [](size_t columns) {
     return [columns](const std::string& screen) {
@@ -306,7 +288,7 @@ TEST(CliSession, ShellAtATerminal) {
   ASSERT_TRUE(terminal.WaitFor(seen(prompt, 2), 30s)) << terminal.out();
   terminal.Type("\x10\n");  // Ctrl-P: the line before, again
   ASSERT_TRUE(terminal.WaitFor(seen(prompt, 3), 30s)) << terminal.out();
-  EXPECT_EQ(Count(terminal.out(), "idle     axes     0.000"), 2u) << terminal.out();
+  EXPECT_EQ(Occurrences(terminal.out(), "idle     axes     0.000"), 2u) << terminal.out();
 
   terminal.Type("goto --axes 120 60\n");
   ASSERT_TRUE(terminal.WaitFor(liveLineWithin(80), 30s)) << terminal.out();

@@ -36,12 +36,6 @@ constexpr auto EVENT = 20s;
 // A site and the simulator every test shares.
 const std::vector<std::string> SITE = {"--lat", "51.4769", "--lon", "-0.0005", "--elev", "46"};
 
-size_t Count(const std::string& text, const std::string& part) {
-  size_t n = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
-  return n;
-}
-
 // A planetarium client on a plain socket.
 class Client {
  public:
@@ -210,17 +204,17 @@ TEST(Serve, CutsAnyByteStreamIntoMessages) {
     ASSERT_TRUE(client.Send(go));
     expected += c.gotos + 1;
     EXPECT_TRUE(serve.process->WaitFor(
-        [&](const std::string& out) { return Count(out, refused) >= expected; }, EVENT))
+        [&](const std::string& out) { return Occurrences(out, refused) >= expected; }, EVENT))
         << serve.process->out();
-    EXPECT_EQ(Count(serve.process->out(), refused), expected);
+    EXPECT_EQ(Occurrences(serve.process->out(), refused), expected);
     EXPECT_TRUE(client.Next()) << "still served";
   }
   // The refusal is the library's own text; the mount did not move.
-  EXPECT_EQ(Count(serve.process->out(),
+  EXPECT_EQ(Occurrences(serve.process->out(),
                   "below the horizon; limits in force 0 to 75 deg: Target position too low (104)"),
             expected - 1);
-  EXPECT_EQ(Count(serve.process->out(), "(J2000) from 127.0.0.1"), expected);
-  EXPECT_EQ(Count(serve.process->out(), "GOTO started"), 0u);
+  EXPECT_EQ(Occurrences(serve.process->out(), "(J2000) from 127.0.0.1"), expected);
+  EXPECT_EQ(Occurrences(serve.process->out(), "GOTO started"), 0u);
 }
 
 TEST(Serve, ClientsThatStopReadingOrVanishAreDroppedWithoutHoldingOthers) {
@@ -243,7 +237,7 @@ TEST(Serve, ClientsThatStopReadingOrVanishAreDroppedWithoutHoldingOthers) {
       vanishing.peer() + " went: closed in the middle of a message", EVENT, keepReading));
   reader.Drain();
   EXPECT_TRUE(reader.Next()) << "the reading client is still served";
-  EXPECT_EQ(Count(serve.process->out(), reader.peer() + " went"), 0u) << serve.process->out();
+  EXPECT_EQ(Occurrences(serve.process->out(), reader.peer() + " went"), 0u) << serve.process->out();
   EXPECT_TRUE(sleeper.ClosedByServer(EVENT));
 }
 
@@ -350,8 +344,8 @@ TEST(Serve, GotoComesBackAsTheSamePlaceInTheClientsFrame) {
         << target.star->name << " off by "
         << Separation(target, *there) * sky::DEGREES_PER_RADIAN * 3600 << "\"\n"
         << serve.process->out();
-    EXPECT_EQ(Count(serve.process->out(), "GOTO started"), 2u);
-    EXPECT_EQ(Count(serve.process->out(), "GOTO arrived"), 1u) << "the first GOTO was replaced";
+    EXPECT_EQ(Occurrences(serve.process->out(), "GOTO started"), 2u);
+    EXPECT_EQ(Occurrences(serve.process->out(), "GOTO arrived"), 1u) << "the first GOTO was replaced";
   }
 }
 
