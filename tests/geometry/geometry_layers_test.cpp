@@ -29,10 +29,6 @@ AnglePair SkyOf(Mount& mount, AnglePair axes) {
   return sky;
 }
 
-double Separation(const AnglePair& a, const AnglePair& b) {
-  return AngularSeparation(a.lon, a.lat, b.lon, b.lat);
-}
-
 // The sky position at (azimuth from north toward east, altitude).
 AnglePair AtHorizontal(Mount& mount, double azimuth, double altitude) {
   const double fromSouth = azimuth >= 0.0 ? azimuth - PI : azimuth + PI;

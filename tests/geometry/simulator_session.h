@@ -40,10 +40,6 @@ inline double GotoToleranceOf(int32_t model) {
   return model == SCOPE_MODEL_ALTAZ_SIMULATOR ? ALTAZ_TOLERANCE : EQUATORIAL_TOLERANCE;
 }
 
-inline double Separation(const AnglePair& a, const AnglePair& b) {
-  return AngularSeparation(a.lon, a.lat, b.lon, b.lat);
-}
-
 inline uint32_t MountState() {
   uint32_t state = 0;
   EXPECT_EQ(ScopeGetMountStatus(&state), SCOPE_OK);

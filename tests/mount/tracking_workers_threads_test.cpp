@@ -7,7 +7,6 @@
 
 #include "mount/tracking_workers.h"
 #include "support/angles.h"
-#include "support/fast_clock.h"
 #include "support/test_mount.h"
 
 namespace scopemount {
@@ -17,19 +16,11 @@ using testing::Command;
 using testing::CommandRecord;
 using testing::Geometry;
 using testing::MountStatus;
-using testing::ScopedFastClock;
 using testing::TestMount;
 using testing::WaitUntil;
 
-constexpr double LATITUDE = 0.6;
-
 std::vector<CommandRecord> Rates(const TestMount& mount, uint32_t axis, size_t from = 0) {
-  std::vector<CommandRecord> rates;
-  const std::vector<CommandRecord> all = mount.Commands();
-  for (size_t i = from; i < all.size(); ++i) {
-    if (all[i].command == Command::SetRate && all[i].axis == axis) rates.push_back(all[i]);
-  }
-  return rates;
+  return mount.Commands(Command::SetRate, axis, from);
 }
 
 // The sky's own rates on the axes at `axes`, from the nominal geometry
@@ -46,20 +37,8 @@ AxisRates SkyRatesAt(TestMount& mount, AnglePair axes) {
   return {NormalizeAngle(after.lon - before.lon) / 2.0, (after.lat - before.lat) / 2.0};
 }
 
-class Tracking : public ::testing::Test {
+class Tracking : public testing::TestMountTest {
  protected:
-  void Make(Geometry geometry, double speed) {
-    fast = std::make_unique<ScopedFastClock>(speed);
-    mount.reset(new TestMount(geometry, geometry == Geometry::AltAz ? 7 : 6));
-    ASSERT_EQ(mount->SetSite(LATITUDE, 0), Ok);
-  }
-  void TearDown() override {
-    mount.reset();
-    EXPECT_TRUE(WaitUntil([] { return TestMount::liveCount == 0; })) << "a mount was never freed";
-    fast.reset();
-  }
-  // No worker thread holds the mount any more.
-  bool WorkersGone() { return mount->References() == 1; }
   // An aligned Alt/Az loop from `axes`, once it has set `rates` axis-0 rates.
   void TrackAligned(AnglePair axes, size_t rates) {
     Make(Geometry::AltAz, 200.0);
@@ -78,9 +57,6 @@ class Tracking : public ::testing::Test {
     mount->axisDirection[axis] = 0;
     return axis;
   }
-
-  std::unique_ptr<ScopedFastClock> fast;
-  OwnedMount<TestMount> mount;
 };
 
 TEST_F(Tracking, SouthernEquatorialTrackingTakesUpBacklashThenRunsBackwards) {
@@ -122,7 +98,6 @@ TEST_F(Tracking, TurnedOffDuringItsTakeUpStaysOff) {
     ASSERT_TRUE(WaitUntil([this] { return WorkersGone(); })) << "the take-up went on";
     EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
     EXPECT_EQ(Rates(*mount, 0).size() + Rates(*mount, 1).size(), 1u) << "a tracking rate was set";
-    TearDown();
   }
 }
 
@@ -143,7 +118,6 @@ TEST_F(Tracking, EquatorialTrackingWaitsForARunningSlewWithinItsTimeOut) {
     EXPECT_NEAR(mount->TrueAngle(1), 0.2, DEFAULT_GOTO_TOLERANCE);
     EXPECT_EQ(mount->Commands(Command::SetRate).size(), prepareMs == 0 ? 1u : 0u);
     EXPECT_EQ(MountStatus(*mount), prepareMs == 0 ? STATE_TRACKING : STATE_IDLE);
-    TearDown();
   }
 }
 
@@ -185,7 +159,6 @@ TEST_F(Tracking, RateThatCannotBeSetLeavesTrackingOff) {
     EXPECT_FALSE(mount->IsTrackingLoopRunning());
     ASSERT_EQ(mount->SetTracking(1), Ok);
     ASSERT_TRUE(WaitUntil([this] { return MountStatus(*mount) == STATE_TRACKING; }));
-    TearDown();
   }
 }
 
@@ -310,7 +283,6 @@ TEST_F(Tracking, AltAzFailedReadsAndRatesSkipOnlyTheirCycle) {
     EXPECT_GE(Rates(*mount, 1)[0].tick - started, c.minFirstRateMs);
     EXPECT_TRUE(mount->IsTrackingLoopRunning()) << "the loop goes on";
     EXPECT_EQ(MountStatus(*mount), STATE_TRACKING);
-    TearDown();
   }
 }
 

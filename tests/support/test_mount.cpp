@@ -15,7 +15,7 @@ TestMount::TestMount(Geometry geometryKind, int32_t model)
     : geometry(geometryKind),
       motors_(std::make_unique<SimulatedMotors>(*this, DEFAULT_SLEW_SPEED, AnglePair{0.0, 0.0})),
       log_(std::make_unique<std::array<CommandRecord, LOG_CAPACITY>>()) {
-  modelId = model;
+  modelId = model >= 0 ? model : Equatorial() ? 6 : 7;
   isEquatorial = Equatorial() ? 1 : 0;
   TestMount::ResetTransform();
   ++liveCount;
@@ -226,6 +226,22 @@ std::vector<CommandRecord> TestMount::Commands(Command kind) const {
   return some;
 }
 
+std::vector<CommandRecord> TestMount::Commands(Command kind, uint32_t axis, size_t from) const {
+  const std::vector<CommandRecord> all = Commands();
+  std::vector<CommandRecord> some;
+  for (size_t i = from; i < all.size(); ++i) {
+    if (all[i].command == kind && all[i].axis == axis) some.push_back(all[i]);
+  }
+  return some;
+}
+
+std::vector<Command> TestMount::KindsSince(size_t from) const {
+  const std::vector<CommandRecord> all = Commands();
+  std::vector<Command> kinds;
+  for (size_t i = from; i < all.size(); ++i) kinds.push_back(all[i].command);
+  return kinds;
+}
+
 size_t TestMount::CommandCount() const {
   std::lock_guard lock(mutex_);
   return logSize_;
@@ -308,6 +324,20 @@ ScopedTestModel::~ScopedTestModel() {
   DisconnectMount();
   ReplaceModelFactory(model_, previous_);
   TestMount::openResult = Ok;
+}
+
+void TestMountTest::Make(Geometry geometry, double clockSpeed, double latitude) {
+  Release();
+  fast = std::make_unique<ScopedFastClock>(clockSpeed);
+  mount.reset(new TestMount(geometry));
+  ASSERT_EQ(mount->SetSite(latitude, 0), Ok);
+}
+
+void TestMountTest::Release() {
+  if (mount) mount->HoldPositionReads(false);
+  mount.reset();
+  EXPECT_TRUE(WaitUntil([] { return TestMount::liveCount == 0; })) << "a mount was never freed";
+  fast.reset();
 }
 
 TestMount* ConnectedTestMount() { return dynamic_cast<TestMount*>(CurrentMount()); }

@@ -15,11 +15,14 @@
 #include <mutex>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "geometry/altaz_mount.h"
 #include "geometry/equatorial_mount.h"
 #include "geometry/simulated_motors.h"
 #include "interface/current_mount.h"
 #include "mount/mount.h"
+#include "support/fast_clock.h"
 
 namespace scopemount::testing {
 
@@ -39,7 +42,8 @@ class TestMount final : public EquatorialMount, public AltAzMount {
  public:
   static constexpr double DEFAULT_SLEW_SPEED = 0.13962634015954636;  // 8 degrees/s
 
-  explicit TestMount(Geometry geometry = Geometry::Equatorial, int32_t model = 6);
+  // The model number defaults to the simulator of the geometry (6 or 7).
+  explicit TestMount(Geometry geometry = Geometry::Equatorial, int32_t model = -1);
   ~TestMount() override;
 
   // Hardware.
@@ -80,6 +84,10 @@ class TestMount final : public EquatorialMount, public AltAzMount {
   // Every command so far (copied), or those of one kind.
   std::vector<CommandRecord> Commands() const;
   std::vector<CommandRecord> Commands(Command kind) const;
+  // Those of one kind on one axis from the `from`th command on.
+  std::vector<CommandRecord> Commands(Command kind, uint32_t axis, size_t from = 0) const;
+  // The kinds of the commands from the `from`th on, in order.
+  std::vector<Command> KindsSince(size_t from) const;
   size_t CommandCount() const;
   // How many commands of one kind on one axis so far (allocates nothing).
   size_t CommandCount(Command kind, uint32_t axis) const;
@@ -157,6 +165,30 @@ class ScopedTestModel {
   int32_t model_;
   MountFactory previous_;
 };
+
+// A fixture for tests of the workers: one test mount at a time on a fast
+// clock; at the end every test mount must have been freed.
+class TestMountTest : public ::testing::Test {
+ protected:
+  // Releases the mount before, then a new one at `latitude` on a new clock.
+  void Make(Geometry geometry, double clockSpeed, double latitude = 0.6);
+  void Release();
+  void TearDown() override { Release(); }
+  // No worker thread holds the mount any more.
+  bool WorkersGone() const { return mount->References() == 1; }
+
+  std::unique_ptr<ScopedFastClock> fast;
+  OwnedMount<TestMount> mount;
+};
+
+// Where `mount` sees `sky` with its model and terms.
+inline AnglePair AxesOf(Mount& mount, AnglePair sky) {
+  AnglePair axes;
+  mount.SkyToAxes(&sky, &axes, 1);
+  return axes;
+}
+
+inline StarObservation Observe(Mount& mount, AnglePair sky) { return {sky, AxesOf(mount, sky)}; }
 
 // The connected mount as a TestMount (null if none or another class).
 TestMount* ConnectedTestMount();
