@@ -85,22 +85,6 @@ TEST_F(Tracking, SouthernEquatorialTrackingTakesUpBacklashThenRunsBackwards) {
   EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
 }
 
-// Tracking turned off while its start still takes up backlash stays off,
-// and the take-up ends with it.
-TEST_F(Tracking, TurnedOffDuringItsTakeUpStaysOff) {
-  for (const Geometry geometry : {Geometry::Equatorial, Geometry::AltAz}) {
-    SCOPED_TRACE(geometry == Geometry::AltAz ? "Alt/Az" : "equatorial");
-    Make(geometry, 20.0);
-    const uint32_t axis = PrepareReversal(60000);
-    ASSERT_EQ(mount->SetTracking(1), Ok);
-    ASSERT_TRUE(WaitUntil([&] { return Rates(*mount, axis).size() == 1; })) << "no take-up";
-    ASSERT_EQ(mount->SetTracking(0), Ok);
-    ASSERT_TRUE(WaitUntil([this] { return WorkersGone(); })) << "the take-up went on";
-    EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
-    EXPECT_EQ(Rates(*mount, 0).size() + Rates(*mount, 1).size(), 1u) << "a tracking rate was set";
-  }
-}
-
 // Tracking waits for a running slew to end, but at most 5000 ms; it never
 // disturbs the slew.
 TEST_F(Tracking, EquatorialTrackingWaitsForARunningSlewWithinItsTimeOut) {
