@@ -243,8 +243,10 @@ TEST_P(BothSimulators, ConnectsStandingAtHome) {
   EXPECT_EQ(ScopeSetExtraMode(1), equatorial ? SCOPE_OK : SCOPE_NOT_IMPLEMENTED);
   // Home is where the axes are declared, wherever they stand.
   ASSERT_EQ(ScopeSyncAxis(0, 1.0), SCOPE_OK);
+  ASSERT_EQ(ScopeSyncAxis(1, 0.5), SCOPE_OK);
   ASSERT_EQ(ScopeSyncHome(), SCOPE_OK);
-  EXPECT_EQ(AxisPositions().lon, equatorial ? -HALF_PI : 0.0);
+  EXPECT_EQ(AxisPositions().lon, home.lon);
+  EXPECT_EQ(AxisPositions().lat, home.lat);
 }
 
 // The real clock, short slews: the wiring without the test clock.

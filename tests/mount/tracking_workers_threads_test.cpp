@@ -69,12 +69,11 @@ TEST_F(Tracking, SouthernEquatorialTrackingTakesUpBacklashThenRunsBackwards) {
   ASSERT_EQ(mount->SetTracking(1), Ok);
   ASSERT_TRUE(WaitUntil([this] { return mount->CommandCount() == 3 && WorkersGone(); }));
   EXPECT_EQ(MountStatus(*mount), STATE_TRACKING);
+  EXPECT_EQ(mount->KindsSince(0),
+            (std::vector<Command>{Command::SetRate, Command::Stop, Command::SetRate}));
   const std::vector<CommandRecord> commands = mount->Commands();
-  ASSERT_EQ(commands.size(), 3u);
   EXPECT_EQ(commands[0].value, -mount->backlashRate);
-  EXPECT_EQ(commands[1].command, Command::Stop);
   EXPECT_GE(commands[1].tick - commands[0].tick, 500u);
-  EXPECT_EQ(commands[2].command, Command::SetRate);
   EXPECT_EQ(commands[2].value, -LUNAR_RATE);
   // The test clock can tick between the anchor and the rate command.
   EXPECT_GE(mount->trackStartTick, commands[1].tick) << "anchored after the take-up";
