@@ -8,7 +8,6 @@
 
 namespace scopemount::testing {
 
-std::atomic<int32_t> TestMount::openResult{Ok};
 std::atomic<int> TestMount::liveCount{0};
 
 TestMount::TestMount(Geometry geometryKind, int32_t model)
@@ -323,7 +322,6 @@ ScopedTestModel::ScopedTestModel(int32_t model, Geometry geometry, int32_t store
 ScopedTestModel::~ScopedTestModel() {
   DisconnectMount();
   ReplaceModelFactory(model_, previous_);
-  TestMount::openResult = Ok;
 }
 
 void TestMountTest::Make(Geometry geometry, double clockSpeed, double latitude) {

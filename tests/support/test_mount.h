@@ -47,7 +47,7 @@ class TestMount final : public EquatorialMount, public AltAzMount {
   ~TestMount() override;
 
   // Hardware.
-  int32_t OpenMount() override { return openResult; }
+  int32_t OpenMount() override { return Ok; }
   int32_t ReadAxisPosition(uint32_t axis) override;
   int32_t ReadAxisStatus(uint32_t axis) override;
   int32_t PrepareSlew() override;
@@ -122,8 +122,6 @@ class TestMount final : public EquatorialMount, public AltAzMount {
   std::atomic<int> capturedGotoAxesCalls{0};
   const Geometry geometry;
 
-  // What OpenMount answers, for every test mount.
-  static std::atomic<int32_t> openResult;
   // Test mounts alive in the process: a released mount must reach 0 again.
   static std::atomic<int> liveCount;
 
