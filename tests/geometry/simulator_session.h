@@ -52,28 +52,19 @@ inline uint32_t AxisStatus(uint32_t axis) {
   return status;
 }
 
-inline AnglePair AxisPositions() {
-  double angles[2] = {NAN, NAN};
-  EXPECT_EQ(ScopeGetAxisPositions(angles), SCOPE_OK);
-  return {angles[0], angles[1]};
+// An angle pair read through the C boundary, which must succeed.
+template <typename Read>
+AnglePair ReadPair(Read&& read) {
+  double pair[2] = {NAN, NAN};
+  EXPECT_EQ(read(pair), SCOPE_OK);
+  return {pair[0], pair[1]};
 }
 
-inline AnglePair SkyPosition() {
-  double position[2] = {NAN, NAN};
-  EXPECT_EQ(ScopeGetSkyPosition(position), SCOPE_OK);
-  return {position[0], position[1]};
-}
-
-inline AnglePair HorizontalPosition() {
-  double position[2] = {NAN, NAN};
-  EXPECT_EQ(ScopeGetHorizontalPosition(position), SCOPE_OK);
-  return {position[0], position[1]};
-}
-
+inline AnglePair AxisPositions() { return ReadPair(ScopeGetAxisPositions); }
+inline AnglePair SkyPosition() { return ReadPair(ScopeGetSkyPosition); }
+inline AnglePair HorizontalPosition() { return ReadPair(ScopeGetHorizontalPosition); }
 inline AnglePair SkyToAxes(AnglePair sky) {
-  double axes[2] = {NAN, NAN};
-  EXPECT_EQ(ScopeSkyToAxes(sky.lon, sky.lat, axes), SCOPE_OK);
-  return {axes[0], axes[1]};
+  return ReadPair([sky](double* axes) { return ScopeSkyToAxes(sky.lon, sky.lat, axes); });
 }
 
 inline uint32_t Tick() { return platform::TickCount(); }

@@ -57,23 +57,65 @@ class TestMount final : public EquatorialMount, public AltAzMount {
   int32_t SetAxisPosition(uint32_t axis, double angle) override;
 
   // Geometry: the layer of `geometry`.
-  int32_t SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTerms) override;
-  int32_t RateAlignmentStar(const AnglePair& star) override;
-  void ResetTransform() override;
-  double GetAxisMisalignment() override;
-  int32_t RateSecondStar(AnglePair first, AnglePair second, int32_t method) override;
-  int32_t RateThirdStar(AnglePair first, AnglePair second, AnglePair third) override;
-  int32_t AlignOneStar(AnglePair sky, AnglePair axes) override;
-  int32_t AlignTwoStars(StarObservation first, StarObservation second) override;
+  int32_t SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTerms) override {
+    return Equatorial() ? EquatorialMount::SkyToAxes(sky, axes, applyTerms)
+                        : Mount::SkyToAxes(sky, axes, applyTerms);
+  }
+  int32_t RateAlignmentStar(const AnglePair& star) override {
+    return Equatorial() ? EquatorialMount::RateAlignmentStar(star)
+                        : AltAzMount::RateAlignmentStar(star);
+  }
+  void ResetTransform() override {
+    Equatorial() ? EquatorialMount::ResetTransform() : AltAzMount::ResetTransform();
+  }
+  double GetAxisMisalignment() override {
+    return Equatorial() ? EquatorialMount::GetAxisMisalignment()
+                        : AltAzMount::GetAxisMisalignment();
+  }
+  int32_t RateSecondStar(AnglePair first, AnglePair second, int32_t method) override {
+    return Equatorial() ? EquatorialMount::RateSecondStar(first, second, method)
+                        : AltAzMount::RateSecondStar(first, second, method);
+  }
+  int32_t RateThirdStar(AnglePair first, AnglePair second, AnglePair third) override {
+    return Equatorial() ? EquatorialMount::RateThirdStar(first, second, third)
+                        : AltAzMount::RateThirdStar(first, second, third);
+  }
+  int32_t AlignOneStar(AnglePair sky, AnglePair axes) override {
+    return Equatorial() ? EquatorialMount::AlignOneStar(sky, axes)
+                        : AltAzMount::AlignOneStar(sky, axes);
+  }
+  int32_t AlignTwoStars(StarObservation first, StarObservation second) override {
+    return Equatorial() ? EquatorialMount::AlignTwoStars(first, second)
+                        : AltAzMount::AlignTwoStars(first, second);
+  }
   int32_t AlignThreeStars(StarObservation first, StarObservation second,
-                          StarObservation third) override;
-  int32_t StartTracking() override;
-  int32_t StartTrackingAfter(uint32_t request) override;
-  int32_t StopTracking() override;
-  int32_t MoveAxis(uint32_t axis, double rate) override;
-  int32_t StopAxis(uint32_t axis) override;
-  int32_t GotoEquatorial(AnglePair sky) override;
-  int32_t GotoHorizontal(double azimuth, double altitude) override;
+                          StarObservation third) override {
+    return Equatorial() ? EquatorialMount::AlignThreeStars(first, second, third)
+                        : AltAzMount::AlignThreeStars(first, second, third);
+  }
+  int32_t StartTracking() override {
+    return Equatorial() ? EquatorialMount::StartTracking() : AltAzMount::StartTracking();
+  }
+  int32_t StartTrackingAfter(uint32_t request) override {
+    return Equatorial() ? EquatorialMount::StartTrackingAfter(request)
+                        : AltAzMount::StartTrackingAfter(request);
+  }
+  int32_t StopTracking() override {
+    return Equatorial() ? Mount::StopTracking() : AltAzMount::StopTracking();
+  }
+  int32_t MoveAxis(uint32_t axis, double rate) override {
+    return Equatorial() ? Mount::MoveAxis(axis, rate) : AltAzMount::MoveAxis(axis, rate);
+  }
+  int32_t StopAxis(uint32_t axis) override {
+    return Equatorial() ? EquatorialMount::StopAxis(axis) : AltAzMount::StopAxis(axis);
+  }
+  int32_t GotoEquatorial(AnglePair sky) override {
+    return Equatorial() ? Mount::GotoEquatorial(sky) : AltAzMount::GotoEquatorial(sky);
+  }
+  int32_t GotoHorizontal(double azimuth, double altitude) override {
+    return Equatorial() ? Mount::GotoHorizontal(azimuth, altitude)
+                        : AltAzMount::GotoHorizontal(azimuth, altitude);
+  }
   int32_t GotoAxes(double angle0, double angle1) override;
 
   // --- Test controls ---------------------------------------------------
