@@ -37,24 +37,26 @@ class Caller {
   // One call chosen at random.
   void CallOne() {
     switch (Pick(26)) {
-      case 0: ScopeConnect(Model(), Angle(HALF_PI), Number(9000)); break;
+      case 0: ScopeConnect(Model(), Number(HALF_PI), Number(9000)); break;
       case 1: if (Pick(6) == 0) ScopeDisconnect(); break;
-      case 2: ScopeSetSite(Angle(HALF_PI), Number(9000)); break;
-      case 3: ScopeGotoEquatorial(Angle(PI), Angle(HALF_PI)); break;
-      case 4: ScopeGotoHorizontal(Angle(PI), Angle(HALF_PI)); break;
-      case 5: ScopeGotoAxes(Angle(PI), Angle(PI)); break;
-      case 6: ScopeGotoOffset(Angle(PI), Angle(HALF_PI), Angle(0.1), Angle(0.1)); break;
-      case 7: ScopeMoveAxis(Axis(), Angle(0.02)); break;
+      case 2: ScopeSetSite(Number(HALF_PI), Number(9000)); break;
+      case 3: ScopeGotoEquatorial(Number(PI), Number(HALF_PI)); break;
+      case 4: ScopeGotoHorizontal(Number(PI), Number(HALF_PI)); break;
+      case 5: ScopeGotoAxes(Number(PI), Number(PI)); break;
+      case 6: ScopeGotoOffset(Number(PI), Number(HALF_PI), Number(0.1), Number(0.1)); break;
+      case 7: ScopeMoveAxis(Axis(), Number(0.02)); break;
       case 8: ScopeStopAxis(Axis()); break;
-      case 9: ScopeSlewAxis(Axis(), Angle(PI)); break;
+      case 9: ScopeSlewAxis(Axis(), Number(PI)); break;
       case 10: ScopeSetTracking(Pick(4) == 0 ? 7u : Pick(2)); break;
       case 11: ScopeSetTrackingRate(static_cast<int32_t>(Pick(5)) - 1); break;
-      case 12: ScopeSetBacklash(Axis(), Angle(0.03)); break;
-      case 13: ScopeSetGuideRate(Axis(), Angle(SIDEREAL_RATE)); break;
-      case 14: ScopeSetAltitudeLimits(Angle(0.5), Angle(1.5)); break;
-      case 15: ScopeSyncAxis(Axis(), Angle(PI)); break;
+      case 12: ScopeSetBacklash(Axis(), Number(0.03)); break;
+      case 13: ScopeSetGuideRate(Axis(), Number(SIDEREAL_RATE)); break;
+      case 14: ScopeSetAltitudeLimits(Number(0.5), Number(1.5)); break;
+      case 15: ScopeSyncAxis(Axis(), Number(PI)); break;
       case 16: ScopeSyncHome(); break;
-      case 17: ScopeSetSlewParameters(Angle(0.05), Angle(0.05), Angle(0.001), Angle(3.0)); break;
+      case 17:
+        ScopeSetSlewParameters(Number(0.05), Number(0.05), Number(0.001), Number(3.0));
+        break;
       case 18: Align(); break;
       case 19: Rate(); break;
       case 20: AlignmentData(); break;
@@ -73,7 +75,6 @@ class Caller {
     if (Hostile()) return HOSTILE[Pick(std::size(HOSTILE))];
     return std::uniform_real_distribution<double>(-range, range)(random_);
   }
-  double Angle(double range) { return Number(range); }
   uint32_t Axis() { return Hostile() ? (Pick(2) == 0 ? 2u : 0xFFFFFFFFu) : Pick(2); }
   int32_t Model() {
     if (Hostile()) return Pick(2) == 0 ? -1 : static_cast<int32_t>(Pick(14));
@@ -83,7 +84,7 @@ class Caller {
   template <typename T>
   T* Maybe(T* buffer) { return Hostile() ? nullptr : buffer; }
   void FillStar(double* star) {
-    for (int i = 0; i < 4; ++i) star[i] = Angle(i % 2 == 0 ? PI : HALF_PI);
+    for (int i = 0; i < 4; ++i) star[i] = Number(i % 2 == 0 ? PI : HALF_PI);
   }
 
   void Align() {
@@ -95,13 +96,13 @@ class Caller {
       case 0: ScopeAlignOneStar(Maybe(a)); break;
       case 1: ScopeAlignTwoStars(Maybe(a), Maybe(b)); break;
       case 2: ScopeAlignThreeStars(Maybe(a), b, Maybe(c)); break;
-      default: ScopeResetAlignment(Angle(0.01), Angle(0.01)); break;
+      default: ScopeResetAlignment(Number(0.01), Number(0.01)); break;
     }
   }
   void Rate() {
-    double a[2] = {Angle(PI), Angle(HALF_PI)};
-    double b[2] = {Angle(PI), Angle(HALF_PI)};
-    double c[2] = {Angle(PI), Angle(HALF_PI)};
+    double a[2] = {Number(PI), Number(HALF_PI)};
+    double b[2] = {Number(PI), Number(HALF_PI)};
+    double c[2] = {Number(PI), Number(HALF_PI)};
     switch (Pick(3)) {
       case 0: ScopeRateFirstStar(Maybe(a)); break;
       case 1: ScopeRateSecondStar(a, Maybe(b), static_cast<int32_t>(Pick(3))); break;
@@ -121,7 +122,7 @@ class Caller {
     ScopeGetAxisPositions(Maybe(pair));
     ScopeGetSkyPosition(Maybe(pair));
     ScopeGetHorizontalPosition(Maybe(pair));
-    ScopeSkyToAxes(Angle(PI), Angle(HALF_PI), Maybe(pair));
+    ScopeSkyToAxes(Number(PI), Number(HALF_PI), Maybe(pair));
   }
   void Status() {
     uint32_t word = 0;
@@ -142,8 +143,8 @@ class Caller {
                     static_cast<uint16_t>(Pick(33)), static_cast<uint16_t>(Pick(25)),
                     static_cast<uint16_t>(Pick(61)), static_cast<uint16_t>(Pick(61)),
                     static_cast<uint16_t>(Pick(1001))};
-    ScopeGetSiderealTime(time, Number(14), Angle(PI));
-    ScopeAngularSeparation(Angle(PI), Angle(HALF_PI), Angle(PI), Angle(HALF_PI));
+    ScopeGetSiderealTime(time, Number(14), Number(PI));
+    ScopeAngularSeparation(Number(PI), Number(HALF_PI), Number(PI), Number(HALF_PI));
   }
   void Settings() {
     ScopeSetExtraMode(static_cast<int32_t>(Pick(5)) - 2);

@@ -68,8 +68,7 @@ TEST_F(MotionWorkers, EquatorialGotoChasesTheSkyThenTracks) {
   ASSERT_EQ(mount->GetSkyPosition(&sky), Ok);
   const double turned =
       static_cast<double>(platform::TickCount() - requested) / 1000.0 * SIDEREAL_RATE;
-  EXPECT_LT(AngularSeparation(sky.lon, sky.lat, target.lon + turned, target.lat),
-            2 * DEFAULT_GOTO_TOLERANCE);
+  EXPECT_LT(Separation(sky, {target.lon + turned, target.lat}), 2 * DEFAULT_GOTO_TOLERANCE);
 }
 
 // Axis-target slews: the passes on the one axis that moves, then no tracking.
@@ -259,7 +258,7 @@ TEST_F(MotionWorkers, WorkerThatCannotGiveUpKeepsTheAxesAndReadsTheNewTarget) {
       << "the new worker gave up after 2000 ms without touching the axes";
   AnglePair sky;
   mount->GetSkyPosition(&sky);
-  EXPECT_LT(AngularSeparation(sky.lon, sky.lat, second.lon, second.lat), 0.01)
+  EXPECT_LT(Separation(sky, second), 0.01)
       << "the old worker went on to the new target";
 }
 

@@ -158,7 +158,8 @@ TEST(MountCore, MountStateFollowsAxesAndFlags) {
 
   ASSERT_EQ(mount.StopAxisMotor(1), Ok);
   const size_t stops = mount.Commands(Command::Stop).size();
-  EXPECT_EQ(MountStatus(mount), STATE_TRACKING) << "a tracking mount whose axes stand stays tracking";
+  EXPECT_EQ(MountStatus(mount), STATE_TRACKING)
+      << "a tracking mount whose axes stand stays tracking";
   EXPECT_EQ(mount.StopTracking(), Ok);
   EXPECT_EQ(mount.Commands(Command::Stop).size(), stops + 2)
       << "stopping tracking stops both motors";

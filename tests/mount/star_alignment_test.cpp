@@ -173,7 +173,7 @@ TEST(StarAlignmentFailure, LeavesTheNominalMatricesAndTheTermsFittedSoFar) {
     } else {
       for (const StarObservation& star : stars) {
         const AnglePair seen = TransformDirection(left.skyToAxes, star.sky);
-        EXPECT_LT(AngularSeparation(seen.lon, seen.lat, star.axes.lon, star.axes.lat), 1e-6)
+        EXPECT_LT(Separation(seen, star.axes), 1e-6)
             << "the new sky-to-axes matrix maps each star where it was seen";
       }
     }

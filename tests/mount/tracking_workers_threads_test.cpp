@@ -12,6 +12,7 @@
 namespace scopemount {
 namespace {
 
+using testing::AxesOf;
 using testing::Command;
 using testing::CommandRecord;
 using testing::Geometry;
@@ -29,9 +30,7 @@ AxisRates SkyRatesAt(TestMount& mount, AnglePair axes) {
   AnglePair sky;
   mount.AxesToSky(&axes, &sky, 1);
   const auto at = [&](double seconds) {
-    AnglePair turned{sky.lon + SIDEREAL_RATE * seconds, sky.lat}, seen;
-    mount.SkyToAxes(&turned, &seen, 1);
-    return seen;
+    return AxesOf(mount, {sky.lon + SIDEREAL_RATE * seconds, sky.lat});
   };
   const AnglePair before = at(-1.0), after = at(1.0);
   return {NormalizeAngle(after.lon - before.lon) / 2.0, (after.lat - before.lat) / 2.0};
@@ -56,6 +55,10 @@ class Tracking : public testing::TestMountTest {
     mount->backlashTime[axis] = backlashMs;
     mount->axisDirection[axis] = 0;
     return axis;
+  }
+  // Where tracking anchored, as the sky has turned `seconds` later.
+  AnglePair AnchorTurned(double seconds) const {
+    return {mount->trackStartSky[0] + SIDEREAL_RATE * seconds, mount->trackStartSky[1]};
   }
 };
 
@@ -180,10 +183,7 @@ TEST_F(Tracking, AlignedAltAzLoopAimsThirtySecondsAheadAndHoldsTheStar) {
   }
   const double elapsed =
       static_cast<double>(platform::TickCount() - mount->trackStartTick) / 1000.0;
-  const AnglePair sky = mount->TrueSky();
-  EXPECT_LT(AngularSeparation(sky.lon, sky.lat, mount->trackStartSky[0] + SIDEREAL_RATE * elapsed,
-                              mount->trackStartSky[1]),
-            10 * ARCSEC)
+  EXPECT_LT(Separation(mount->TrueSky(), AnchorTurned(elapsed)), 10 * ARCSEC)
       << "after " << elapsed << " s of tracking";
 }
 
@@ -195,10 +195,8 @@ TEST_F(Tracking, AlignedLoopReAnchorsWhereTheMountWasMovedTo) {
   ASSERT_TRUE(WaitUntil([&] { return !Rates(*mount, 0, from).empty(); }));
   EXPECT_LT(std::fabs(Rates(*mount, 0, from)[0].value), 3 * SIDEREAL_RATE)
       << "no slew back to the old place";
-  AnglePair anchor{mount->trackStartSky[0], mount->trackStartSky[1]};
-  AnglePair axes;
-  mount->SkyToAxes(&anchor, &axes, 1);
-  EXPECT_NEAR(axes.lon, 2.0 + 10 * DEG, 0.01) << "tracking goes on from the new place";
+  EXPECT_NEAR(AxesOf(*mount, AnchorTurned(0.0)).lon, 2.0 + 10 * DEG, 0.01)
+      << "tracking goes on from the new place";
 }
 
 TEST_F(Tracking, AzimuthCrossingTheSeamKeepsASmallRateOfTheSameSign) {
@@ -292,10 +290,7 @@ TEST_F(Tracking, AlignedAltAzCorrectionNeverReversesAnAxis) {
   const CommandRecord damped = Rates(*mount, 0, from)[1];
   // The star's own axis-0 rate at that moment, from the anchor.
   const auto axisZeroAt = [&](uint32_t ms) {
-    AnglePair sky{mount->trackStartSky[0] + SIDEREAL_RATE * ms / 1000.0, mount->trackStartSky[1]};
-    AnglePair axes;
-    mount->SkyToAxes(&sky, &axes, 1);
-    return axes.lon;
+    return AxesOf(*mount, AnchorTurned(ms / 1000.0)).lon;
   };
   const uint32_t t = damped.tick - mount->trackStartTick;
   const double starRate = (axisZeroAt(t + ALIGNED_TRACKING_PERIOD_MS) - axisZeroAt(t)) * 1000.0 /
