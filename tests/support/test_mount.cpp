@@ -35,10 +35,14 @@ int32_t TestMount::NoAnswer(uint32_t axis) const {
 bool TestMount::Answers(Command command, uint32_t axis, double value) {
   if (silent_[axis]) return false;
   std::lock_guard lock(mutex_);
-  if (logSize_ < LOG_CAPACITY) {
-    (*log_)[logSize_++] = {command, axis, value, platform::TickCount(), false};
-  }
+  Record(command, axis, value, false);
   return true;
+}
+
+void TestMount::Record(Command command, uint32_t axis, double value, bool failed) {
+  if (logSize_ < LOG_CAPACITY) {
+    (*log_)[logSize_++] = {command, axis, value, platform::TickCount(), failed};
+  }
 }
 
 int32_t TestMount::ReadAxisPosition(uint32_t axis) {
@@ -82,9 +86,7 @@ int32_t TestMount::SetAxisRate(uint32_t axis, double rate) {
       --ratesBeforeFailure_[axis];
     } else if (rateFailures_[axis] > 0) {
       --rateFailures_[axis];
-      if (logSize_ < LOG_CAPACITY) {
-        (*log_)[logSize_++] = {Command::SetRate, axis, rate, platform::TickCount(), true};
-      }
+      Record(Command::SetRate, axis, rate, true);
       return NoAnswer(axis);
     }
   }

@@ -173,6 +173,8 @@ class TestMount final : public EquatorialMount, public AltAzMount {
   int32_t NoAnswer(uint32_t axis) const;
   // Checks the axis and the silence; records the command if it answers.
   bool Answers(Command command, uint32_t axis, double value);
+  // Appends to the log (mutex_ held); a full log keeps its first records.
+  void Record(Command command, uint32_t axis, double value, bool failed);
   bool Equatorial() const { return geometry == Geometry::Equatorial; }
 
   std::unique_ptr<SimulatedMotors> motors_;
