@@ -105,15 +105,11 @@ inline double TrackedError(const TimedReading& reading, AnglePair sky, uint32_t 
          reading.Slack();
 }
 
-// Waits until the mount reports `state`.
-inline bool WaitForState(uint32_t state,
-                         std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-  return WaitUntil([state] { return MountState() == state; }, timeout);
-}
-
 // Waits until the mount reports tracking; polling the state while the
 // tracking starter runs must not cancel it.
-inline bool WaitForTracking() { return WaitForState(SCOPE_STATE_TRACKING); }
+inline bool WaitForTracking() {
+  return WaitUntil([] { return MountState() == SCOPE_STATE_TRACKING; });
+}
 
 // Waits until no worker thread holds the connected mount: every motion
 // started so far has ended (an Alt/Az tracking loop counts as a worker).
