@@ -10,6 +10,7 @@
 #include "geometry/equatorial_simulator.h"
 #include "mount/mount.h"
 #include "scopemount.h"
+#include "support/test_mount.h"
 
 namespace scopemount::testing {
 
@@ -46,14 +47,5 @@ inline OwnedMount<Mount> Simulator(int32_t model, double latitude,
   });
   return mount;
 }
-
-// Where `mount` sees `sky`.
-inline AnglePair AxesOf(Mount& mount, AnglePair sky) {
-  AnglePair axes;
-  mount.SkyToAxes(&sky, &axes, 1);
-  return axes;
-}
-
-inline StarObservation Observe(Mount& truth, AnglePair sky) { return {sky, AxesOf(truth, sky)}; }
 
 }  // namespace scopemount::testing

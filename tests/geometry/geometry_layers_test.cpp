@@ -29,10 +29,6 @@ AnglePair SkyOf(Mount& mount, AnglePair axes) {
   return sky;
 }
 
-double Separation(const AnglePair& a, const AnglePair& b) {
-  return AngularSeparation(a.lon, a.lat, b.lon, b.lat);
-}
-
 // The sky position at (azimuth from north toward east, altitude).
 AnglePair AtHorizontal(Mount& mount, double azimuth, double altitude) {
   const double fromSouth = azimuth >= 0.0 ? azimuth - PI : azimuth + PI;
@@ -193,7 +189,6 @@ TEST(GeometryAlignment, MeasuresTheAxisErrorAndFitsTheTerms) {
     SCOPED_TRACE(c.name);
     auto truth = Simulator(c.model, c.latitude, c.skew, c.index, c.cone);
     auto mount = Simulator(c.model, c.latitude);
-    const PointingSnapshot nominal = mount->pointing.Load();
     EXPECT_NEAR(mount->GetAxisMisalignment(), 0.0, 1e-7) << "nominal: no axis error";
     const auto sky = [&](AnglePair star) {
       if (c.model == ALTAZ) return AtHorizontal(*mount, star.lon * DEG, star.lat * DEG);
@@ -221,12 +216,6 @@ TEST(GeometryAlignment, MeasuresTheAxisErrorAndFitsTheTerms) {
       EXPECT_LT(Separation(AxesOf(*mount, sky(star)), AxesOf(*truth, sky(star))), c.tolerance)
           << "converts as the askew mount sees, at " << star.lon << ", " << star.lat;
     }
-    // A failed fit leaves the nominal frame and the earlier flag.
-    const int32_t failed = seen.size() == 2 ? mount->AlignTwoStars(seen[0], seen[0])
-                                            : mount->AlignThreeStars(seen[0], seen[0], seen[2]);
-    EXPECT_EQ(failed, AlignFailed) << "two of the stars coincide";
-    EXPECT_EQ(mount->pointing.Load().skyToAxes, nominal.skyToAxes);
-    EXPECT_EQ(mount->aligned, 1u);
   }
 }
 

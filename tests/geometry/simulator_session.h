@@ -40,10 +40,6 @@ inline double GotoToleranceOf(int32_t model) {
   return model == SCOPE_MODEL_ALTAZ_SIMULATOR ? ALTAZ_TOLERANCE : EQUATORIAL_TOLERANCE;
 }
 
-inline double Separation(const AnglePair& a, const AnglePair& b) {
-  return AngularSeparation(a.lon, a.lat, b.lon, b.lat);
-}
-
 inline uint32_t MountState() {
   uint32_t state = 0;
   EXPECT_EQ(ScopeGetMountStatus(&state), SCOPE_OK);
@@ -56,28 +52,19 @@ inline uint32_t AxisStatus(uint32_t axis) {
   return status;
 }
 
-inline AnglePair AxisPositions() {
-  double angles[2] = {NAN, NAN};
-  EXPECT_EQ(ScopeGetAxisPositions(angles), SCOPE_OK);
-  return {angles[0], angles[1]};
+// An angle pair read through the C boundary, which must succeed.
+template <typename Read>
+AnglePair ReadPair(Read&& read) {
+  double pair[2] = {NAN, NAN};
+  EXPECT_EQ(read(pair), SCOPE_OK);
+  return {pair[0], pair[1]};
 }
 
-inline AnglePair SkyPosition() {
-  double position[2] = {NAN, NAN};
-  EXPECT_EQ(ScopeGetSkyPosition(position), SCOPE_OK);
-  return {position[0], position[1]};
-}
-
-inline AnglePair HorizontalPosition() {
-  double position[2] = {NAN, NAN};
-  EXPECT_EQ(ScopeGetHorizontalPosition(position), SCOPE_OK);
-  return {position[0], position[1]};
-}
-
+inline AnglePair AxisPositions() { return ReadPair(ScopeGetAxisPositions); }
+inline AnglePair SkyPosition() { return ReadPair(ScopeGetSkyPosition); }
+inline AnglePair HorizontalPosition() { return ReadPair(ScopeGetHorizontalPosition); }
 inline AnglePair SkyToAxes(AnglePair sky) {
-  double axes[2] = {NAN, NAN};
-  EXPECT_EQ(ScopeSkyToAxes(sky.lon, sky.lat, axes), SCOPE_OK);
-  return {axes[0], axes[1]};
+  return ReadPair([sky](double* axes) { return ScopeSkyToAxes(sky.lon, sky.lat, axes); });
 }
 
 inline uint32_t Tick() { return platform::TickCount(); }
@@ -118,15 +105,11 @@ inline double TrackedError(const TimedReading& reading, AnglePair sky, uint32_t 
          reading.Slack();
 }
 
-// Waits until the mount reports `state`.
-inline bool WaitForState(uint32_t state,
-                         std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-  return WaitUntil([state] { return MountState() == state; }, timeout);
-}
-
 // Waits until the mount reports tracking; polling the state while the
 // tracking starter runs must not cancel it.
-inline bool WaitForTracking() { return WaitForState(SCOPE_STATE_TRACKING); }
+inline bool WaitForTracking() {
+  return WaitUntil([] { return MountState() == SCOPE_STATE_TRACKING; });
+}
 
 // Waits until no worker thread holds the connected mount: every motion
 // started so far has ended (an Alt/Az tracking loop counts as a worker).

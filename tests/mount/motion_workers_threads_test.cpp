@@ -8,7 +8,6 @@
 
 #include "mount/motion_workers.h"
 #include "support/angles.h"
-#include "support/fast_clock.h"
 #include "support/test_mount.h"
 
 namespace scopemount {
@@ -18,40 +17,17 @@ using testing::Command;
 using testing::CommandRecord;
 using testing::Geometry;
 using testing::MountStatus;
-using testing::ScopedFastClock;
 using testing::TestMount;
 using testing::WaitUntil;
 
 constexpr double CLOCK_SPEED = 20.0;
 constexpr uint32_t NO_AXIS = AXIS_COUNT;
 
-// The values of the commands of one kind on one axis recorded since `from`.
-std::vector<double> Values(const TestMount& mount, Command kind, uint32_t axis, size_t from = 0) {
-  std::vector<double> values;
-  const std::vector<CommandRecord> all = mount.Commands();
-  for (size_t i = from; i < all.size(); ++i) {
-    if (all[i].command == kind && all[i].axis == axis) values.push_back(all[i].value);
-  }
-  return values;
-}
-
-std::vector<Command> KindsSince(const TestMount& mount, size_t from) {
-  std::vector<Command> kinds;
-  const std::vector<CommandRecord> all = mount.Commands();
-  for (size_t i = from; i < all.size(); ++i) kinds.push_back(all[i].command);
-  return kinds;
-}
-
-class MotionWorkers : public ::testing::Test {
+class MotionWorkers : public testing::TestMountTest {
  protected:
   void SetUp() override { Fresh(); }
-  void TearDown() override {
-    mount.reset();
-    EXPECT_TRUE(WaitUntil([] { return TestMount::liveCount == 0; })) << "a mount was never freed";
-  }
   void Fresh(Geometry geometry = Geometry::Equatorial) {
-    mount.reset(new TestMount(geometry, geometry == Geometry::AltAz ? 7 : 6));
-    ASSERT_EQ(mount->SetSite(0.6, 0), Ok);
+    Make(geometry, CLOCK_SPEED);
     mount->SetSlewParameters(0.0, 2 * DEG, DEFAULT_GOTO_TOLERANCE, 2.0);
   }
   void GotoAxesAndWait(double angle0, double angle1) {
@@ -60,9 +36,6 @@ class MotionWorkers : public ::testing::Test {
   }
   bool SlewTo(uint32_t axis) { return mount->CommandCount(Command::SlewTo, axis) > 0; }
   bool Tracking() { return MountStatus(*mount) == STATE_TRACKING; }
-
-  ScopedFastClock fast{CLOCK_SPEED};
-  OwnedMount<TestMount> mount;
 };
 
 TEST_F(MotionWorkers, EquatorialGotoChasesTheSkyThenTracks) {
@@ -84,10 +57,10 @@ TEST_F(MotionWorkers, EquatorialGotoChasesTheSkyThenTracks) {
   EXPECT_EQ(commands.back().command, Command::SetRate) << "tracking starts after the slew";
   EXPECT_EQ(commands.back().axis, 0u);
   EXPECT_EQ(commands.back().value, SIDEREAL_RATE);
-  const std::vector<double> axis0 = Values(*mount, Command::SlewTo, 0);
+  const std::vector<CommandRecord> axis0 = mount->Commands(Command::SlewTo, 0);
   ASSERT_GE(axis0.size(), 2u) << "a second pass catches up with the sky";
   EXPECT_LE(axis0.size(), static_cast<size_t>(SLEW_PASS_COUNT));
-  EXPECT_GT(axis0[1], axis0[0]) << "each pass aims where the sky has turned to";
+  EXPECT_GT(axis0[1].value, axis0[0].value) << "each pass aims where the sky has turned to";
   EXPECT_EQ(mount->axisDirection[1], 1u);
   // Arrived where the target stood when the last pass ended, give or take
   // the tracking since.
@@ -95,8 +68,7 @@ TEST_F(MotionWorkers, EquatorialGotoChasesTheSkyThenTracks) {
   ASSERT_EQ(mount->GetSkyPosition(&sky), Ok);
   const double turned =
       static_cast<double>(platform::TickCount() - requested) / 1000.0 * SIDEREAL_RATE;
-  EXPECT_LT(AngularSeparation(sky.lon, sky.lat, target.lon + turned, target.lat),
-            2 * DEFAULT_GOTO_TOLERANCE);
+  EXPECT_LT(Separation(sky, {target.lon + turned, target.lat}), 2 * DEFAULT_GOTO_TOLERANCE);
 }
 
 // Axis-target slews: the passes on the one axis that moves, then no tracking.
@@ -130,9 +102,9 @@ TEST_F(MotionWorkers, ApproachRules) {
     mount->PlaceAxes(c.from.lon, c.from.lat);
     mount->SetSlewSpeed(40 * DEG);  // long moves, quickly
     GotoAxesAndWait(c.to.lon, c.to.lat);
-    const std::vector<double> passes = Values(*mount, Command::SlewTo, c.axis);
+    const std::vector<CommandRecord> passes = mount->Commands(Command::SlewTo, c.axis);
     ASSERT_EQ(passes.size(), c.passes.size());
-    for (size_t i = 0; i < passes.size(); ++i) EXPECT_NEAR(passes[i], c.passes[i], 1e-12) << i;
+    for (size_t i = 0; i < passes.size(); ++i) EXPECT_NEAR(passes[i].value, c.passes[i], 1e-12);
     EXPECT_FALSE(SlewTo(1 - c.axis)) << "the other axis stood within tolerance";
     EXPECT_EQ(mount->axisDirection[c.axis], 1u) << "the last approach is positive";
     EXPECT_EQ(MountStatus(*mount), STATE_IDLE) << "no tracking after an axis-target slew";
@@ -145,7 +117,7 @@ TEST_F(MotionWorkers, GotoWhereTheMountStandsOnlyStartsTracking) {
   mount->axisDirection[1] = 0;
   ASSERT_EQ(mount->GotoEquatorial({0.4, 0.3}), Ok);
   ASSERT_TRUE(WaitUntil([this] { return Tracking(); }));
-  EXPECT_EQ(KindsSince(*mount, 0), (std::vector<Command>{Command::PrepareSlew, Command::SetRate}));
+  EXPECT_EQ(mount->KindsSince(0), (std::vector<Command>{Command::PrepareSlew, Command::SetRate}));
   EXPECT_EQ(mount->axisDirection[1], 1u) << "counted as a positive approach";
 }
 
@@ -162,13 +134,13 @@ TEST_F(MotionWorkers, StopAxisDuringGotoStopsBothAxesAndNoTracking) {
       const size_t from = mount->CommandCount();
       EXPECT_EQ(mount->StopAxis(axis), Ok);
       EXPECT_TRUE(mount->workerIdleEvent.IsSignalled()) << "the worker gave up within the wait";
-      EXPECT_EQ(KindsSince(*mount, from),
+      EXPECT_EQ(mount->KindsSince(from),
                 (std::vector<Command>{Command::Stop, Command::Stop, Command::Stop}));
       EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
       EXPECT_EQ(mount->trackingWanted, 0u);
       EXPECT_EQ(mount->axisStatus[0] | mount->axisStatus[1], AXIS_STOPPED);
       ASSERT_TRUE(WaitUntil([this] { return mount->References() == 1; }));
-      EXPECT_TRUE(Values(*mount, Command::SetRate, 0).empty()) << "tracking never started";
+      EXPECT_TRUE(mount->Commands(Command::SetRate, 0).empty()) << "tracking never started";
     }
   }
 }
@@ -232,7 +204,7 @@ TEST_F(MotionWorkers, FailureEndsTheSlewLeavingTheAxesAsCommanded) {
 // start one leaves the axes free and the mount idle, so the release (and
 // any halt) has nothing to wait for.
 TEST_F(MotionWorkers, NoWorkerStartsOnceTheMountIsBeingReleased) {
-  OwnedMount<TestMount> altaz(new TestMount(Geometry::AltAz, 7));
+  OwnedMount<TestMount> altaz(new TestMount(Geometry::AltAz));
   struct Case {
     const char* name;
     int32_t (*start)(TestMount&);
@@ -265,7 +237,7 @@ TEST_F(MotionWorkers, NewGotoTakesOverFromTheRunningOne) {
   ASSERT_TRUE(WaitUntil([this] { return SlewTo(0); }));
   const size_t from = mount->CommandCount();
   GotoAxesAndWait(-0.5, -0.2);
-  const std::vector<Command> kinds = KindsSince(*mount, from);
+  const std::vector<Command> kinds = mount->KindsSince(from);
   ASSERT_GE(kinds.size(), 3u);
   EXPECT_EQ(std::vector<Command>(kinds.begin(), kinds.begin() + 3),
             (std::vector<Command>{Command::Stop, Command::Stop, Command::PrepareSlew}))
@@ -286,7 +258,7 @@ TEST_F(MotionWorkers, WorkerThatCannotGiveUpKeepsTheAxesAndReadsTheNewTarget) {
       << "the new worker gave up after 2000 ms without touching the axes";
   AnglePair sky;
   mount->GetSkyPosition(&sky);
-  EXPECT_LT(AngularSeparation(sky.lon, sky.lat, second.lon, second.lat), 0.01)
+  EXPECT_LT(Separation(sky, second), 0.01)
       << "the old worker went on to the new target";
 }
 

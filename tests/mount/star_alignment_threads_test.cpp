@@ -7,15 +7,15 @@
 #include <thread>
 #include <vector>
 
+#include "support/angles.h"
 #include "support/test_mount.h"
 
 namespace scopemount {
 namespace {
 
 using testing::Geometry;
+using testing::Observe;
 using testing::TestMount;
-
-constexpr double DEG = PI / 180.0;
 
 TEST(PointingModelRace, ReadersSeeWholeModelsWhileAlignmentsReplaceThem) {
   TestMount mount(Geometry::AltAz, 7);
@@ -28,15 +28,11 @@ TEST(PointingModelRace, ReadersSeeWholeModelsWhileAlignmentsReplaceThem) {
   for (int k = 0; k < 2; ++k) {
     mount.pointing.Update([&](PointingSnapshot& model) { model.indexError = indexes[k]; });
     for (AnglePair sky : {AnglePair{-1.2, 0.3}, AnglePair{0.9, 0.1}}) {
-      AnglePair axes;
-      AnglePair reduced = sky;
-      mount.SkyToAxes(&reduced, &axes, 1);
-      axes.lon += turns[k];
-      stars[k].push_back({sky, axes});
+      StarObservation star = Observe(mount, sky);
+      star.axes.lon += turns[k];
+      stars[k].push_back(star);
     }
   }
-  // The three models a reader may meet: the nominal one (with either
-  // index, between the steps of an alignment) and the two results.
   ASSERT_EQ(mount.ResetAlignment(0.0, 0.0), Ok);
   const PointingSnapshot nominal = mount.pointing.Load();
   PointingSnapshot fitted[2];
@@ -44,22 +40,23 @@ TEST(PointingModelRace, ReadersSeeWholeModelsWhileAlignmentsReplaceThem) {
     ASSERT_EQ(mount.AlignTwoStars(stars[k][0], stars[k][1]), Ok);
     fitted[k] = mount.pointing.Load();
   }
-  // One matrix with the index it came with, as a conversion carries them.
-  const auto matches = [&](const Matrix3& skyToAxes, double index) {
-    bool found = skyToAxes == nominal.skyToAxes &&
-                 (index == fitted[0].indexError || index == fitted[1].indexError);
-    for (const PointingSnapshot& f : fitted) {
-      found = found || (skyToAxes == f.skyToAxes && index == f.indexError);
+  // The models a reader may meet: either result, or the nominal matrices
+  // with either index (between the steps of an alignment).
+  std::vector<PointingSnapshot> wholes(fitted, fitted + 2);
+  for (const PointingSnapshot& f : fitted) {
+    wholes.push_back(nominal);
+    wholes.back().indexError = f.indexError;
+  }
+  // A matrix with the index it came with, as a conversion carries them, and
+  // with its inverse unless none is given.
+  const auto isWhole = [&](const Matrix3& skyToAxes, const Matrix3* axesToSky, double index) {
+    for (const PointingSnapshot& w : wholes) {
+      if (skyToAxes == w.skyToAxes && index == w.indexError &&
+          (axesToSky == nullptr || *axesToSky == w.axesToSky)) {
+        return true;
+      }
     }
-    return found;
-  };
-  const PointingSnapshot* models[3] = {&nominal, &fitted[0], &fitted[1]};
-  const auto isWhole = [&](const PointingSnapshot& s) {
-    bool pair = false;
-    for (const PointingSnapshot* m : models) {
-      pair = pair || (s.skyToAxes == m->skyToAxes && s.axesToSky == m->axesToSky);
-    }
-    return pair && matches(s.skyToAxes, s.indexError);
+    return false;
   };
 
   std::atomic<bool> done{false};
@@ -70,7 +67,10 @@ TEST(PointingModelRace, ReadersSeeWholeModelsWhileAlignmentsReplaceThem) {
     while (!done) {
       const PointingSnapshot s = mount.pointing.Load();
       const PointingConversion c = mount.pointing.LoadConversion(ConversionDirection::SkyToAxes);
-      if (!isWhole(s) || !matches(c.matrix, c.indexError)) ++torn;
+      if (!isWhole(s.skyToAxes, &s.axesToSky, s.indexError) ||
+          !isWhole(c.matrix, nullptr, c.indexError)) {
+        ++torn;
+      }
       for (int k = 0; k < 2; ++k) {
         if (s.skyToAxes == fitted[k].skyToAxes) sawFitted[k] = true;
       }

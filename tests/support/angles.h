@@ -1,4 +1,4 @@
-// Angle units and a matrix comparison for tests, written once.
+// Angle units, a separation and a matrix comparison for tests, written once.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,6 +13,10 @@ inline constexpr double DEG = PI / 180.0;
 inline constexpr double ARCMIN = DEG / 60.0;
 inline constexpr double ARCSEC = DEG / 3600.0;
 inline constexpr double HOUR = 15.0 * DEG;  // of right ascension or hour angle
+
+inline double Separation(const AnglePair& a, const AnglePair& b) {
+  return AngularSeparation(a.lon, a.lat, b.lon, b.lat);
+}
 
 // Every element of `actual` within `tolerance` of `expected`.
 inline void ExpectMatrixNear(const Matrix3& actual, const Matrix3& expected, double tolerance,

@@ -8,14 +8,13 @@
 
 namespace scopemount::testing {
 
-std::atomic<int32_t> TestMount::openResult{Ok};
 std::atomic<int> TestMount::liveCount{0};
 
 TestMount::TestMount(Geometry geometryKind, int32_t model)
     : geometry(geometryKind),
       motors_(std::make_unique<SimulatedMotors>(*this, DEFAULT_SLEW_SPEED, AnglePair{0.0, 0.0})),
       log_(std::make_unique<std::array<CommandRecord, LOG_CAPACITY>>()) {
-  modelId = model;
+  modelId = model >= 0 ? model : Equatorial() ? 6 : 7;
   isEquatorial = Equatorial() ? 1 : 0;
   TestMount::ResetTransform();
   ++liveCount;
@@ -36,10 +35,14 @@ int32_t TestMount::NoAnswer(uint32_t axis) const {
 bool TestMount::Answers(Command command, uint32_t axis, double value) {
   if (silent_[axis]) return false;
   std::lock_guard lock(mutex_);
-  if (logSize_ < LOG_CAPACITY) {
-    (*log_)[logSize_++] = {command, axis, value, platform::TickCount(), false};
-  }
+  Record(command, axis, value, false);
   return true;
+}
+
+void TestMount::Record(Command command, uint32_t axis, double value, bool failed) {
+  if (logSize_ < LOG_CAPACITY) {
+    (*log_)[logSize_++] = {command, axis, value, platform::TickCount(), failed};
+  }
 }
 
 int32_t TestMount::ReadAxisPosition(uint32_t axis) {
@@ -83,9 +86,7 @@ int32_t TestMount::SetAxisRate(uint32_t axis, double rate) {
       --ratesBeforeFailure_[axis];
     } else if (rateFailures_[axis] > 0) {
       --rateFailures_[axis];
-      if (logSize_ < LOG_CAPACITY) {
-        (*log_)[logSize_++] = {Command::SetRate, axis, rate, platform::TickCount(), true};
-      }
+      Record(Command::SetRate, axis, rate, true);
       return NoAnswer(axis);
     }
   }
@@ -109,83 +110,6 @@ int32_t TestMount::SetAxisPosition(uint32_t axis, double angle) {
   if (!IsValidAxis(axis)) return InvalidParameter;
   if (!Answers(Command::SetPosition, axis, angle)) return NoAnswer(axis);
   return motors_->SetPosition(axis, angle);
-}
-
-// --- Geometry --------------------------------------------------------------
-
-int32_t TestMount::SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTerms) {
-  return Equatorial() ? EquatorialMount::SkyToAxes(sky, axes, applyTerms)
-                      : Mount::SkyToAxes(sky, axes, applyTerms);
-}
-
-int32_t TestMount::RateAlignmentStar(const AnglePair& star) {
-  return Equatorial() ? EquatorialMount::RateAlignmentStar(star)
-                      : AltAzMount::RateAlignmentStar(star);
-}
-
-void TestMount::ResetTransform() {
-  Equatorial() ? EquatorialMount::ResetTransform() : AltAzMount::ResetTransform();
-}
-
-double TestMount::GetAxisMisalignment() {
-  return Equatorial() ? EquatorialMount::GetAxisMisalignment()
-                      : AltAzMount::GetAxisMisalignment();
-}
-
-int32_t TestMount::RateSecondStar(AnglePair first, AnglePair second, int32_t method) {
-  return Equatorial() ? EquatorialMount::RateSecondStar(first, second, method)
-                      : AltAzMount::RateSecondStar(first, second, method);
-}
-
-int32_t TestMount::RateThirdStar(AnglePair first, AnglePair second, AnglePair third) {
-  return Equatorial() ? EquatorialMount::RateThirdStar(first, second, third)
-                      : AltAzMount::RateThirdStar(first, second, third);
-}
-
-int32_t TestMount::AlignOneStar(AnglePair sky, AnglePair axes) {
-  return Equatorial() ? EquatorialMount::AlignOneStar(sky, axes)
-                      : AltAzMount::AlignOneStar(sky, axes);
-}
-
-int32_t TestMount::AlignTwoStars(StarObservation first, StarObservation second) {
-  return Equatorial() ? EquatorialMount::AlignTwoStars(first, second)
-                      : AltAzMount::AlignTwoStars(first, second);
-}
-
-int32_t TestMount::AlignThreeStars(StarObservation first, StarObservation second,
-                                   StarObservation third) {
-  return Equatorial() ? EquatorialMount::AlignThreeStars(first, second, third)
-                      : AltAzMount::AlignThreeStars(first, second, third);
-}
-
-int32_t TestMount::StartTracking() {
-  return Equatorial() ? EquatorialMount::StartTracking() : AltAzMount::StartTracking();
-}
-
-int32_t TestMount::StartTrackingAfter(uint32_t request) {
-  return Equatorial() ? EquatorialMount::StartTrackingAfter(request)
-                      : AltAzMount::StartTrackingAfter(request);
-}
-
-int32_t TestMount::StopTracking() {
-  return Equatorial() ? Mount::StopTracking() : AltAzMount::StopTracking();
-}
-
-int32_t TestMount::MoveAxis(uint32_t axis, double rate) {
-  return Equatorial() ? Mount::MoveAxis(axis, rate) : AltAzMount::MoveAxis(axis, rate);
-}
-
-int32_t TestMount::StopAxis(uint32_t axis) {
-  return Equatorial() ? EquatorialMount::StopAxis(axis) : AltAzMount::StopAxis(axis);
-}
-
-int32_t TestMount::GotoEquatorial(AnglePair sky) {
-  return Equatorial() ? Mount::GotoEquatorial(sky) : AltAzMount::GotoEquatorial(sky);
-}
-
-int32_t TestMount::GotoHorizontal(double azimuth, double altitude) {
-  return Equatorial() ? Mount::GotoHorizontal(azimuth, altitude)
-                      : AltAzMount::GotoHorizontal(azimuth, altitude);
 }
 
 int32_t TestMount::GotoAxes(double angle0, double angle1) {
@@ -224,6 +148,22 @@ std::vector<CommandRecord> TestMount::Commands(Command kind) const {
     if (record.command == kind) some.push_back(record);
   }
   return some;
+}
+
+std::vector<CommandRecord> TestMount::Commands(Command kind, uint32_t axis, size_t from) const {
+  const std::vector<CommandRecord> all = Commands();
+  std::vector<CommandRecord> some;
+  for (size_t i = from; i < all.size(); ++i) {
+    if (all[i].command == kind && all[i].axis == axis) some.push_back(all[i]);
+  }
+  return some;
+}
+
+std::vector<Command> TestMount::KindsSince(size_t from) const {
+  const std::vector<CommandRecord> all = Commands();
+  std::vector<Command> kinds;
+  for (size_t i = from; i < all.size(); ++i) kinds.push_back(all[i].command);
+  return kinds;
 }
 
 size_t TestMount::CommandCount() const {
@@ -307,7 +247,20 @@ ScopedTestModel::ScopedTestModel(int32_t model, Geometry geometry, int32_t store
 ScopedTestModel::~ScopedTestModel() {
   DisconnectMount();
   ReplaceModelFactory(model_, previous_);
-  TestMount::openResult = Ok;
+}
+
+void TestMountTest::Make(Geometry geometry, double clockSpeed, double latitude) {
+  Release();
+  fast = std::make_unique<ScopedFastClock>(clockSpeed);
+  mount.reset(new TestMount(geometry));
+  ASSERT_EQ(mount->SetSite(latitude, 0), Ok);
+}
+
+void TestMountTest::Release() {
+  if (mount) mount->HoldPositionReads(false);
+  mount.reset();
+  EXPECT_TRUE(WaitUntil([] { return TestMount::liveCount == 0; })) << "a mount was never freed";
+  fast.reset();
 }
 
 TestMount* ConnectedTestMount() { return dynamic_cast<TestMount*>(CurrentMount()); }

@@ -15,11 +15,14 @@
 #include <mutex>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "geometry/altaz_mount.h"
 #include "geometry/equatorial_mount.h"
 #include "geometry/simulated_motors.h"
 #include "interface/current_mount.h"
 #include "mount/mount.h"
+#include "support/fast_clock.h"
 
 namespace scopemount::testing {
 
@@ -39,11 +42,12 @@ class TestMount final : public EquatorialMount, public AltAzMount {
  public:
   static constexpr double DEFAULT_SLEW_SPEED = 0.13962634015954636;  // 8 degrees/s
 
-  explicit TestMount(Geometry geometry = Geometry::Equatorial, int32_t model = 6);
+  // The model number defaults to the simulator of the geometry (6 or 7).
+  explicit TestMount(Geometry geometry = Geometry::Equatorial, int32_t model = -1);
   ~TestMount() override;
 
   // Hardware.
-  int32_t OpenMount() override { return openResult; }
+  int32_t OpenMount() override { return Ok; }
   int32_t ReadAxisPosition(uint32_t axis) override;
   int32_t ReadAxisStatus(uint32_t axis) override;
   int32_t PrepareSlew() override;
@@ -53,23 +57,65 @@ class TestMount final : public EquatorialMount, public AltAzMount {
   int32_t SetAxisPosition(uint32_t axis, double angle) override;
 
   // Geometry: the layer of `geometry`.
-  int32_t SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTerms) override;
-  int32_t RateAlignmentStar(const AnglePair& star) override;
-  void ResetTransform() override;
-  double GetAxisMisalignment() override;
-  int32_t RateSecondStar(AnglePair first, AnglePair second, int32_t method) override;
-  int32_t RateThirdStar(AnglePair first, AnglePair second, AnglePair third) override;
-  int32_t AlignOneStar(AnglePair sky, AnglePair axes) override;
-  int32_t AlignTwoStars(StarObservation first, StarObservation second) override;
+  int32_t SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTerms) override {
+    return Equatorial() ? EquatorialMount::SkyToAxes(sky, axes, applyTerms)
+                        : Mount::SkyToAxes(sky, axes, applyTerms);
+  }
+  int32_t RateAlignmentStar(const AnglePair& star) override {
+    return Equatorial() ? EquatorialMount::RateAlignmentStar(star)
+                        : AltAzMount::RateAlignmentStar(star);
+  }
+  void ResetTransform() override {
+    Equatorial() ? EquatorialMount::ResetTransform() : AltAzMount::ResetTransform();
+  }
+  double GetAxisMisalignment() override {
+    return Equatorial() ? EquatorialMount::GetAxisMisalignment()
+                        : AltAzMount::GetAxisMisalignment();
+  }
+  int32_t RateSecondStar(AnglePair first, AnglePair second, int32_t method) override {
+    return Equatorial() ? EquatorialMount::RateSecondStar(first, second, method)
+                        : AltAzMount::RateSecondStar(first, second, method);
+  }
+  int32_t RateThirdStar(AnglePair first, AnglePair second, AnglePair third) override {
+    return Equatorial() ? EquatorialMount::RateThirdStar(first, second, third)
+                        : AltAzMount::RateThirdStar(first, second, third);
+  }
+  int32_t AlignOneStar(AnglePair sky, AnglePair axes) override {
+    return Equatorial() ? EquatorialMount::AlignOneStar(sky, axes)
+                        : AltAzMount::AlignOneStar(sky, axes);
+  }
+  int32_t AlignTwoStars(StarObservation first, StarObservation second) override {
+    return Equatorial() ? EquatorialMount::AlignTwoStars(first, second)
+                        : AltAzMount::AlignTwoStars(first, second);
+  }
   int32_t AlignThreeStars(StarObservation first, StarObservation second,
-                          StarObservation third) override;
-  int32_t StartTracking() override;
-  int32_t StartTrackingAfter(uint32_t request) override;
-  int32_t StopTracking() override;
-  int32_t MoveAxis(uint32_t axis, double rate) override;
-  int32_t StopAxis(uint32_t axis) override;
-  int32_t GotoEquatorial(AnglePair sky) override;
-  int32_t GotoHorizontal(double azimuth, double altitude) override;
+                          StarObservation third) override {
+    return Equatorial() ? EquatorialMount::AlignThreeStars(first, second, third)
+                        : AltAzMount::AlignThreeStars(first, second, third);
+  }
+  int32_t StartTracking() override {
+    return Equatorial() ? EquatorialMount::StartTracking() : AltAzMount::StartTracking();
+  }
+  int32_t StartTrackingAfter(uint32_t request) override {
+    return Equatorial() ? EquatorialMount::StartTrackingAfter(request)
+                        : AltAzMount::StartTrackingAfter(request);
+  }
+  int32_t StopTracking() override {
+    return Equatorial() ? Mount::StopTracking() : AltAzMount::StopTracking();
+  }
+  int32_t MoveAxis(uint32_t axis, double rate) override {
+    return Equatorial() ? Mount::MoveAxis(axis, rate) : AltAzMount::MoveAxis(axis, rate);
+  }
+  int32_t StopAxis(uint32_t axis) override {
+    return Equatorial() ? EquatorialMount::StopAxis(axis) : AltAzMount::StopAxis(axis);
+  }
+  int32_t GotoEquatorial(AnglePair sky) override {
+    return Equatorial() ? Mount::GotoEquatorial(sky) : AltAzMount::GotoEquatorial(sky);
+  }
+  int32_t GotoHorizontal(double azimuth, double altitude) override {
+    return Equatorial() ? Mount::GotoHorizontal(azimuth, altitude)
+                        : AltAzMount::GotoHorizontal(azimuth, altitude);
+  }
   int32_t GotoAxes(double angle0, double angle1) override;
 
   // --- Test controls ---------------------------------------------------
@@ -80,6 +126,10 @@ class TestMount final : public EquatorialMount, public AltAzMount {
   // Every command so far (copied), or those of one kind.
   std::vector<CommandRecord> Commands() const;
   std::vector<CommandRecord> Commands(Command kind) const;
+  // Those of one kind on one axis from the `from`th command on.
+  std::vector<CommandRecord> Commands(Command kind, uint32_t axis, size_t from = 0) const;
+  // The kinds of the commands from the `from`th on, in order.
+  std::vector<Command> KindsSince(size_t from) const;
   size_t CommandCount() const;
   // How many commands of one kind on one axis so far (allocates nothing).
   size_t CommandCount(Command kind, uint32_t axis) const;
@@ -114,8 +164,6 @@ class TestMount final : public EquatorialMount, public AltAzMount {
   std::atomic<int> capturedGotoAxesCalls{0};
   const Geometry geometry;
 
-  // What OpenMount answers, for every test mount.
-  static std::atomic<int32_t> openResult;
   // Test mounts alive in the process: a released mount must reach 0 again.
   static std::atomic<int> liveCount;
 
@@ -125,6 +173,8 @@ class TestMount final : public EquatorialMount, public AltAzMount {
   int32_t NoAnswer(uint32_t axis) const;
   // Checks the axis and the silence; records the command if it answers.
   bool Answers(Command command, uint32_t axis, double value);
+  // Appends to the log (mutex_ held); a full log keeps its first records.
+  void Record(Command command, uint32_t axis, double value, bool failed);
   bool Equatorial() const { return geometry == Geometry::Equatorial; }
 
   std::unique_ptr<SimulatedMotors> motors_;
@@ -157,6 +207,30 @@ class ScopedTestModel {
   int32_t model_;
   MountFactory previous_;
 };
+
+// A fixture for tests of the workers: one test mount at a time on a fast
+// clock; at the end every test mount must have been freed.
+class TestMountTest : public ::testing::Test {
+ protected:
+  // Releases the mount before, then a new one at `latitude` on a new clock.
+  void Make(Geometry geometry, double clockSpeed, double latitude = 0.6);
+  void Release();
+  void TearDown() override { Release(); }
+  // No worker thread holds the mount any more.
+  bool WorkersGone() const { return mount->References() == 1; }
+
+  std::unique_ptr<ScopedFastClock> fast;
+  OwnedMount<TestMount> mount;
+};
+
+// Where `mount` sees `sky` with its model and terms.
+inline AnglePair AxesOf(Mount& mount, AnglePair sky) {
+  AnglePair axes;
+  mount.SkyToAxes(&sky, &axes, 1);
+  return axes;
+}
+
+inline StarObservation Observe(Mount& mount, AnglePair sky) { return {sky, AxesOf(mount, sky)}; }
 
 // The connected mount as a TestMount (null if none or another class).
 TestMount* ConnectedTestMount();
