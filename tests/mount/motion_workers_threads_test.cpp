@@ -8,7 +8,7 @@
 
 #include "mount/motion_workers.h"
 #include "support/angles.h"
-#include "support/test_mount.h"
+#include "support/test_mount_fixture.h"
 
 namespace scopemount {
 namespace {

@@ -249,20 +249,6 @@ ScopedTestModel::~ScopedTestModel() {
   ReplaceModelFactory(model_, previous_);
 }
 
-void TestMountTest::Make(Geometry geometry, double clockSpeed, double latitude) {
-  Release();
-  fast = std::make_unique<ScopedFastClock>(clockSpeed);
-  mount.reset(new TestMount(geometry));
-  ASSERT_EQ(mount->SetSite(latitude, 0), Ok);
-}
-
-void TestMountTest::Release() {
-  if (mount) mount->HoldPositionReads(false);
-  mount.reset();
-  EXPECT_TRUE(WaitUntil([] { return TestMount::liveCount == 0; })) << "a mount was never freed";
-  fast.reset();
-}
-
 TestMount* ConnectedTestMount() { return dynamic_cast<TestMount*>(CurrentMount()); }
 
 uint32_t MountStatus(Mount& mount) {

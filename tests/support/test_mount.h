@@ -15,8 +15,6 @@
 #include <mutex>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "geometry/altaz_mount.h"
 #include "geometry/equatorial_mount.h"
 #include "geometry/simulated_motors.h"
@@ -206,21 +204,6 @@ class ScopedTestModel {
  private:
   int32_t model_;
   MountFactory previous_;
-};
-
-// A fixture for tests of the workers: one test mount at a time on a fast
-// clock; at the end every test mount must have been freed.
-class TestMountTest : public ::testing::Test {
- protected:
-  // Releases the mount before, then a new one at `latitude` on a new clock.
-  void Make(Geometry geometry, double clockSpeed, double latitude = 0.6);
-  void Release();
-  void TearDown() override { Release(); }
-  // No worker thread holds the mount any more.
-  bool WorkersGone() const { return mount->References() == 1; }
-
-  std::unique_ptr<ScopedFastClock> fast;
-  OwnedMount<TestMount> mount;
 };
 
 // Where `mount` sees `sky` with its model and terms.
