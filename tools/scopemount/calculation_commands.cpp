@@ -40,35 +40,21 @@ SYSTEMTIME ToSystemTime(const std::tm& tm, int milliseconds) {
   return t;
 }
 
-// "YYYY-MM-DD HH:MM[:SS[.mmm]]" (a 'T' may stand for the space).
-std::optional<SYSTEMTIME> ParseLocalTime(const std::string& text) {
-  int year = 0, month = 0, day = 0, hour = 0, minute = 0, fields = 0;
-  double second = 0.0;
-  char separator = ' ';
-  int consumed = 0;
-  fields = std::sscanf(text.c_str(), "%4d-%2d-%2d%c%2d:%2d%n", &year, &month, &day, &separator,
-                       &hour, &minute, &consumed);
-  if (fields < 6 || (separator != ' ' && separator != 'T')) return std::nullopt;
-  const char* rest = text.c_str() + consumed;
-  if (*rest == ':') {
-    int more = 0;
-    if (std::sscanf(rest, ":%lf%n", &second, &more) != 1) return std::nullopt;
-    rest += more;
-  }
-  if (*rest != '\0') return std::nullopt;
-  // Calendar checks (February 30th, 24:00) as for UTC; leap seconds aside.
-  if (year < 1 || year > 9999 || !(second >= 0.0 && second < 60.0) ||
-      !UtcFromCalendar(year, month, day, hour, minute, second)) {
+// A typed date and time as the library's SYSTEMTIME; nothing for one that
+// does not exist (February 30th, 24:00; leap seconds aside).
+std::optional<SYSTEMTIME> CalendarSystemTime(const CalendarText& c) {
+  if (c.year < 1 || c.year > 9999 || !(c.second >= 0.0 && c.second < 60.0) ||
+      !UtcFromCalendar(c.year, c.month, c.day, c.hour, c.minute, c.second)) {
     return std::nullopt;
   }
   std::tm tm{};
-  tm.tm_year = year - 1900;
-  tm.tm_mon = month - 1;
-  tm.tm_mday = day;
-  tm.tm_hour = hour;
-  tm.tm_min = minute;
-  tm.tm_sec = static_cast<int>(second);
-  const int milliseconds = static_cast<int>(std::lround((second - tm.tm_sec) * 1000.0));
+  tm.tm_year = c.year - 1900;
+  tm.tm_mon = c.month - 1;
+  tm.tm_mday = c.day;
+  tm.tm_hour = c.hour;
+  tm.tm_min = c.minute;
+  tm.tm_sec = static_cast<int>(c.second);
+  const int milliseconds = static_cast<int>(std::lround((c.second - tm.tm_sec) * 1000.0));
   return ToSystemTime(tm, milliseconds > 999 ? 999 : milliseconds);
 }
 
@@ -146,15 +132,16 @@ int PrintSiderealTime(const SiderealTimeOptions& options, bool json) {
       dst = true;
     }
   } else {
+    const std::optional<CalendarText> typed = ParseCalendarText(options.at);
     // A time ending in Z is UTC, as `stars --at` and `goto --at` read it.
-    const bool utc = options.at.back() == 'Z';
-    if (utc && ((options.utcOffsetHours && *options.utcOffsetHours != 0.0) || dst)) {
+    if (typed && typed->utc &&
+        ((options.utcOffsetHours && *options.utcOffsetHours != 0.0) || dst)) {
       std::fprintf(stderr, _("scopemount: --at: '%s' is UTC; leave out --utc-offset and --dst\n"),
                    options.at.c_str());
       return 2;
     }
     const std::optional<SYSTEMTIME> parsed =
-        ParseLocalTime(utc ? options.at.substr(0, options.at.size() - 1) : options.at);
+        typed ? CalendarSystemTime(*typed) : std::optional<SYSTEMTIME>{};
     if (!parsed) {
       std::fprintf(stderr,
                    _("scopemount: --at: '%s' is not a local time \"YYYY-MM-DD HH:MM[:SS[.mmm]]\" "

@@ -135,26 +135,36 @@ std::optional<UtcTime> UtcFromCalendar(int year, int month, int day, int hour, i
   return t;
 }
 
-std::optional<UtcTime> ParseUtc(const std::string& text, std::string* problem) {
-  int year = 0, month = 0, day = 0, hour = 0, minute = 0, consumed = 0;
+std::optional<CalendarText> ParseCalendarText(const std::string& text) {
+  CalendarText c;
   char separator = 0;
-  double second = 0.0;
+  int consumed = 0;
   const char* p = text.c_str();
-  const bool shaped = std::sscanf(p, "%4d-%2d-%2d%c%2d:%2d%n", &year, &month, &day, &separator,
-                                  &hour, &minute, &consumed) == 6 &&
-                      (separator == 'T' || separator == ' ');
+  if (std::sscanf(p, "%4d-%2d-%2d%c%2d:%2d%n", &c.year, &c.month, &c.day, &separator, &c.hour,
+                  &c.minute, &consumed) != 6 ||
+      (separator != 'T' && separator != ' ')) {
+    return std::nullopt;
+  }
   p += consumed;
-  if (shaped && *p == ':') {
+  if (*p == ':') {
     int more = 0;
-    if (std::sscanf(p, ":%lf%n", &second, &more) != 1) more = 0;
+    if (std::sscanf(p, ":%lf%n", &c.second, &more) != 1) return std::nullopt;
     p += more;
   }
-  if (*p == 'Z') ++p;
-  if (!shaped || *p != '\0') {
+  c.utc = *p == 'Z';
+  if (c.utc) ++p;
+  if (*p != '\0') return std::nullopt;
+  return c;
+}
+
+std::optional<UtcTime> ParseUtc(const std::string& text, std::string* problem) {
+  const std::optional<CalendarText> c = ParseCalendarText(text);
+  if (!c) {
     *problem = "'" + text + _("' is not a UTC time like 2026-03-01T20:00:00Z");
     return std::nullopt;
   }
-  const std::optional<UtcTime> t = UtcFromCalendar(year, month, day, hour, minute, second);
+  const std::optional<UtcTime> t =
+      UtcFromCalendar(c->year, c->month, c->day, c->hour, c->minute, c->second);
   if (!t) *problem = "'" + text + _("' does not exist");
   return t;
 }

@@ -69,6 +69,15 @@ UtcTime UtcNow();
 // Nothing for a date that does not exist (2025-02-30, 24:00).
 std::optional<UtcTime> UtcFromCalendar(int year, int month, int day, int hour, int minute,
                                        double second);
+// A date and time as typed: "YYYY-MM-DD HH:MM[:SS[.sss]]", a 'T' for the
+// space, maybe a "Z" after it (UTC). Nothing for text of another shape; the
+// calendar is not checked here.
+struct CalendarText {
+  int year = 0, month = 0, day = 0, hour = 0, minute = 0;
+  double second = 0.0;
+  bool utc = false;  // ended in "Z"
+};
+std::optional<CalendarText> ParseCalendarText(const std::string& text);
 // ISO 8601 UTC: "2026-03-01T20:00", "2026-03-01 20:00:30.5Z". On failure,
 // nothing, and `problem` says why.
 std::optional<UtcTime> ParseUtc(const std::string& text, std::string* problem);
