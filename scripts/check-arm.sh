@@ -13,13 +13,7 @@ scripts/install-deps.sh build arm
 root=${1:-build-check/arm}
 toolchain=$PWD/cmake/arm-linux-gnueabi.cmake
 triple=arm-linux-gnueabi
-jobs=$(nproc 2>/dev/null || echo 2)
-launcher=()
-command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
-
-echo "=== GoogleTest for the target ==="
-gtest_prefix=$PWD/$root/googletest-prefix
-scripts/cross-googletest.sh "$toolchain" "$PWD/$root"
+. scripts/cross-stage.sh
 
 echo "=== library, command-line program, test programs, call counter ==="
 # Everything this configuration builds is run below; nothing else is built.

@@ -18,13 +18,7 @@ scripts/install-deps.sh build windows
 
 root=${1:-build-check/windows}
 toolchain=$PWD/cmake/x86_64-w64-mingw32.cmake
-jobs=$(nproc 2>/dev/null || echo 2)
-launcher=()
-command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
-
-echo "=== GoogleTest for the target ==="
-gtest_prefix=$PWD/$root/googletest-prefix
-scripts/cross-googletest.sh "$toolchain" "$PWD/$root"
+. scripts/cross-stage.sh
 
 # Debian keeps the 64-bit loader and the server out of PATH.
 wine=$(command -v wine64 || echo /usr/lib/wine/wine64)
