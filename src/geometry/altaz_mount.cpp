@@ -7,6 +7,7 @@
 #include "geometry/nominal_transform.h"
 #include "geometry/star_grades.h"
 #include "mount/motion_workers.h"
+#include "mount/star_alignment.h"
 
 namespace scopemount {
 
@@ -35,15 +36,6 @@ double PairLeverage(const Horizontal& star, const Horizontal& third) {
   const double gap = std::fabs(NormalizeAngle(third.azimuth - star.azimuth));
   if (gap < MIN_PAIR_AZIMUTH_GAP || gap > MAX_PAIR_AZIMUTH_GAP) return -1.0;
   return SecantDifference(third.altitude, star.altitude);
-}
-
-// Axis angles come in any range from the host; the fits want them reduced.
-StarObservation Reduced(StarObservation star) {
-  star.sky.lon = NormalizeAngle(star.sky.lon);
-  star.sky.lat = NormalizeAngle(star.sky.lat);
-  star.axes.lon = NormalizeAngle(star.axes.lon);
-  star.axes.lat = NormalizeAngle(star.axes.lat);
-  return star;
 }
 
 }  // namespace
@@ -128,17 +120,18 @@ int32_t AltAzMount::RateThirdStar(AnglePair first, AnglePair second, AnglePair t
 }
 
 int32_t AltAzMount::AlignOneStar(AnglePair sky, AnglePair axes) {
-  const StarObservation star = Reduced({sky, axes});
+  const StarObservation star = ReducedObservation({sky, axes});
   return Mount::AlignOneStar(star.sky, star.axes);
 }
 
 int32_t AltAzMount::AlignTwoStars(StarObservation first, StarObservation second) {
-  return Mount::AlignTwoStars(Reduced(first), Reduced(second));
+  return Mount::AlignTwoStars(ReducedObservation(first), ReducedObservation(second));
 }
 
 int32_t AltAzMount::AlignThreeStars(StarObservation first, StarObservation second,
                                     StarObservation third) {
-  return Mount::AlignThreeStars(Reduced(first), Reduced(second), Reduced(third));
+  return Mount::AlignThreeStars(ReducedObservation(first), ReducedObservation(second),
+                                ReducedObservation(third));
 }
 
 // ---------------------------------------------------------------------------

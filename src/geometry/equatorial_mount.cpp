@@ -7,6 +7,7 @@
 #include "geometry/nominal_transform.h"
 #include "geometry/star_grades.h"
 #include "mount/motion_workers.h"
+#include "mount/star_alignment.h"
 #include "mount/tracking_workers.h"
 
 namespace scopemount {
@@ -58,16 +59,9 @@ double PairLeverage(const AnglePair& star, const AnglePair& third) {
   return SecantDifference(PI + third.lat, star.lat);
 }
 
-// Angles come in any range from the host; the fits want them in the ranges
-// SkyToAxes gives: the declination axis in [-pi/2, 3 pi/2), so a mirrored
-// angle (above pi/2) stays mirrored, not turned into its negative.
+// The declination axis in [-pi/2, 3 pi/2), as SkyToAxes gives it.
 StarObservation Reduced(StarObservation star) {
-  star.sky.lon = NormalizeAngle(star.sky.lon);
-  star.sky.lat = NormalizeAngle(star.sky.lat);
-  star.axes.lon = NormalizeAngle(star.axes.lon);
-  star.axes.lat = NormalizeAngle(star.axes.lat);
-  if (star.axes.lat < MIN_DECLINATION_AXIS_ANGLE) star.axes.lat += TWO_PI;
-  return star;
+  return ReducedObservation(star, MIN_DECLINATION_AXIS_ANGLE);
 }
 
 }  // namespace

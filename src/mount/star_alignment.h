@@ -16,9 +16,23 @@
 
 #include <cstdint>
 
+#include "celestial/angles.h"
 #include "mount/mount.h"
 
 namespace scopemount {
+
+// A star as the host gave it, its angles in any range, reduced into the
+// ranges a geometry's SkyToAxes gives: each into [-pi, pi], then the second
+// axis into [minSecondAxis, minSecondAxis + 2 pi) (an equatorial mount's
+// declination axis passes the pole, so its mirrored angles stay mirrored).
+inline StarObservation ReducedObservation(StarObservation star, double minSecondAxis = -PI) {
+  star.sky.lon = NormalizeAngle(star.sky.lon);
+  star.sky.lat = NormalizeAngle(star.sky.lat);
+  star.axes.lon = NormalizeAngle(star.axes.lon);
+  star.axes.lat = NormalizeAngle(star.axes.lat);
+  if (star.axes.lat < minSecondAxis) star.axes.lat += TWO_PI;
+  return star;
+}
 
 // The convergence step of the three-star fit: one arcminute.
 inline constexpr double ALIGNMENT_FIT_TOLERANCE = 0.0002908882086657216;
