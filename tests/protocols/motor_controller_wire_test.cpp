@@ -212,6 +212,9 @@ TEST(MotorControllerWire, RateCommands) {
        Rate(0, SIDEREAL_RATE), ":f1\r:I1D41000\r:J1\r", Ok},
       {"reversal stops and waits first", false, {{"f1", {"=111\r", "=111\r", "=101\r"}}},
        Rate(0, -SIDEREAL_RATE), ":f1\r:K1\r:f1\r:f1\r:G111\r:I1D41000\r:J1\r", Ok},
+      {"southern site sets the direction's bit 1", true, standing, Rate(0, -SIDEREAL_RATE),
+       ":f1\r:G113\r:I1D41000\r:J1\r", Ok, nullptr,
+       [](MotorControllerMount& m) { m.southernHemisphere = 1; }},
       {"status unread", false, {{"f1", {SILENCE}}}, Rate(0, SIDEREAL_RATE), ":f1\r",
        NoResponseAxis1},
   });
@@ -296,6 +299,10 @@ TEST(MotorControllerWire, OpeningSequence) {
       {"equatorial with initialised axes", true, EXAMPLE_CONTROLLER, open,
        ":" + constants + ":s1\r:s2\r:j1\r:j2\r:f1\r:f2\r:F1\r:F2\r", Ok,
        [](MotorControllerMount& m) { EXPECT_EQ(m.southernHemisphere, 0u); }},
+      {"equatorial on a southern site", true, EXAMPLE_CONTROLLER, open,
+       ":" + constants + ":s1\r:s2\r:j1\r:j2\r:f1\r:f2\r:F1\r:F2\r", Ok,
+       [](MotorControllerMount& m) { EXPECT_EQ(m.southernHemisphere, 1u); },
+       [](MotorControllerMount& m) { m.SetSite(-30 * DEG, 0.0); }},
       {"equatorial uninitialised: declared at home", true,
        With(With(EXAMPLE_CONTROLLER, "f1", {"=000\r"}), "f2", {"=000\r"}), open,
        ":" + constants + ":s1\r:s2\r:j1\r:j2\r:f1\r:E1000080\r:f2\r:E290D083\r:F1\r:F2\r", Ok},
@@ -303,20 +310,6 @@ TEST(MotorControllerWire, OpeningSequence) {
        ":" + constants + ":s1\r:s2\r:j1\r:j2\r:f1\r:f2\r:F1\r:F2\r", Ok},
   };
   RunCases(cases, true);
-}
-
-TEST(MotorControllerWire, SouthernEquatorialOpeningSetsTheDirectionBit) {
-  MotorControllerLine line;
-  for (const auto& [frame, replies] : EXAMPLE_CONTROLLER) line.controller().Script(frame, replies);
-  OwnedMount<MotorControllerMount> mount = MakeMount(true);
-  mount->SetSite(-30 * DEG, 0.0);
-  ASSERT_EQ(mount->OpenMount(), Ok);
-  line.Written();
-  EXPECT_EQ(mount->SetAxisRate(0, -SIDEREAL_RATE), Ok);
-  EXPECT_EQ(mount->SlewAxisTo(1, 1.0), Ok);
-  const std::string written = line.Written();
-  EXPECT_NE(written.find(":G113\r"), std::string::npos) << written;
-  EXPECT_NE(written.find(":G202\r"), std::string::npos) << written;
 }
 
 TEST(MotorControllerAltAz, AzimuthTargetsTakeTheShortWayRound) {

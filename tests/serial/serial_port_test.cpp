@@ -68,14 +68,6 @@ TEST_F(SerialPortTest, ExchangeRunsTheHooksInOrderAndPassesTheReplyBack) {
   EXPECT_EQ(port.hooks, "BSAE");
 }
 
-TEST_F(SerialPortTest, StaleBytesAreDroppedBeforeTheCommandIsWritten) {
-  ProbePort port;
-  const char stale[] = "1 99\nOK\n";
-  emulated_.line().InjectFromController(reinterpret_cast<const uint8_t*>(stale), sizeof stale - 1);
-  EXPECT_EQ(port.Ask("POS 1\n", 4), EXCHANGE_OK);
-  EXPECT_EQ(port.Reply(4), "1 0\n");
-}
-
 // What a late, missing or stuck exchange costs on the test clock: at least
 // its time-out (the clock cannot run slow), and not seconds more.
 TEST_F(SerialPortTest, TimeOutsOfAMissingReplyALateOneAndAWriteThatCannotLeave) {
@@ -127,19 +119,6 @@ TEST_F(SerialPortTest, CheckLineTellsWhetherTheCableLoopsRtsToCts) {
   EXPECT_EQ(port.CheckLine(), 0u) << "CTS held by someone else the whole wait";
   EXPECT_GE(Now() - start, 400u) << "40 waits of 10 ms";
   EXPECT_FALSE(emulated_.line().IsHostRtsHigh()) << "RTS never raised";
-}
-
-TEST_F(SerialPortTest, APortThatDidNotOpenFailsEveryExchange) {
-  emulated_.refuseOpen = true;
-  ProbePort port;
-  EXPECT_FALSE(port.IsOpen());
-  EXPECT_EQ(port.Ask("POS 0\n", 4), EXCHANGE_NOT_SENT);
-  EXPECT_EQ(port.Ask("POS 0\n", 4), EXCHANGE_NOT_SENT);
-  EXPECT_EQ(port.CheckLine(), 0u);
-  EXPECT_FALSE(port.SetBaudRate(19200));
-  port.SetRts();
-  EXPECT_FALSE(port.IsCtsHigh());
-  EXPECT_TRUE(emulated_.line().TakeHostBytes().empty());
 }
 
 // The interval rule runs on a clock four times slower than the wall: its
