@@ -37,6 +37,11 @@ class ProbePort : public SerialPort {
     return Exchange(reinterpret_cast<const uint8_t*>(command.data()),
                     static_cast<uint32_t>(command.size()), into);
   }
+  // The reply to `command`, as far as it came within the time-outs.
+  std::string AskText(const std::string& command, uint32_t length) {
+    Ask(command, length);
+    return Reply(lastReadCount);
+  }
   // The first `count` bytes of the last reply read into `reply`.
   std::string Reply(uint32_t count) const {
     return std::string(reinterpret_cast<const char*>(reply.data()), count);
