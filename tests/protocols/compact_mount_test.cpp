@@ -1,6 +1,9 @@
 // The compact mounts on the wire: every command's exact bytes and every
 // reply form (good, short, garbage, none) as the axis operations see them,
-// for both sizes.
+// for both sizes. Then the emulated board on its own, for what the sessions
+// cannot see: replies to start-up settings and noise, commands in pieces,
+// and a GOTO that takes the short way across zero (the long one also
+// arrives).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -10,6 +13,7 @@
 #include <vector>
 
 #include "celestial/angles.h"
+#include "compact_controller.h"
 #include "mount/mount.h"
 #include "protocols/compact/compact_altaz_mounts.h"
 #include "support/scripted_controller.h"
@@ -18,6 +22,7 @@ namespace scopemount::testing {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
+using emulation::CompactController;
 
 // The board answers the reading commands (1 and 21 with a count, 13 with
 // the GOTO flag) from one script, else with zeros, and takes every other
@@ -212,6 +217,48 @@ TEST_P(CompactWireTest, GotoEndsByTheBoardOnAzimuthAndByStandstillOnAltitude) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, CompactWireTest, ::testing::ValuesIn(SIZES),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// --- The emulated board ------------------------------------------------
+
+class Capture final : public emulation::ReplySink {
+ public:
+  void Reply(const uint8_t* bytes, size_t count) override {
+    replies.emplace_back(bytes, bytes + count);
+  }
+  std::vector<Bytes> replies;
+};
+
+// Sends `command` at `nowMs` and returns the board's replies to it.
+std::vector<Bytes> Send(CompactController& board, const Bytes& command, uint64_t nowMs) {
+  Capture sink;
+  board.Receive(command.data(), command.size(), nowMs, sink);
+  return sink.replies;
+}
+
+TEST(CompactController, RepliesFramingAndTheShortWayRound) {
+  CompactController board;
+  struct Step {
+    const char* what;
+    uint64_t atMs;
+    Bytes command;
+    std::vector<Bytes> replies;
+  };
+  const Step steps[] = {
+      {"start-up settings take no reply", 0, {10, 0, 0, 0, 30, 0, 0, 0, 14, 0, 0x0F, 0xC4},
+       {{}, {}, {}}},
+      {"noise is dropped", 0, {0, 99, 255, 1}, {{0, 0, 0}}},
+      // 100 counts below zero of 726559: the short way is 100 counts back.
+      {"GOTO azimuth across zero", 0, {2, 0x0B, 0x15, 0xBB}, {{}}},
+      {"arrived the short way", 1000, {1}, {{0x0B, 0x15, 0xBB}}},
+      {"GOTO ended", 1000, {13}, {{0xFF}}},
+      {"half a command waits", 1000, {24, 0x01}, {}},
+      {"the rest completes it", 1000, {0x02, 0x03}, {{}}},
+      {"altitude loaded", 1000, {21}, {{0x01, 0x02, 0x03}}},
+  };
+  for (const Step& step : steps) {
+    EXPECT_EQ(Send(board, step.command, step.atMs), step.replies) << step.what;
+  }
+}
 
 }  // namespace
 }  // namespace scopemount::testing

@@ -80,7 +80,6 @@ std::unique_ptr<platform::SerialDevice> EmulatedPort::Open(const char* path) {
     lastOpenedPath_ = path;
   }
   ++opens;
-  if (refuseOpen) return nullptr;
   // A freshly opened line: default rate, RTS low.
   baudRate = platform::DEFAULT_BAUD_RATE;
   bench_->line.SetHostRts(false);

@@ -44,7 +44,6 @@ class EmulatedPort final : public platform::SerialDeviceFactory {
     std::atomic<int> opens{0};
     std::atomic<uint32_t> baudRate{0};
     std::atomic<int> purges{0};
-    std::atomic<bool> refuseOpen{false};
     std::atomic<bool> stallWrites{false};
   };
 
@@ -63,8 +62,7 @@ class EmulatedPort final : public platform::SerialDeviceFactory {
   std::atomic<int>& opens = bench_->opens;
   std::atomic<uint32_t>& baudRate = bench_->baudRate;
   std::atomic<int>& purges = bench_->purges;
-  // Device faults: the path cannot be opened; written bytes never leave.
-  std::atomic<bool>& refuseOpen = bench_->refuseOpen;
+  // A device fault: written bytes never leave.
   std::atomic<bool>& stallWrites = bench_->stallWrites;
 };
 

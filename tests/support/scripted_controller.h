@@ -1,11 +1,8 @@
-// A controller that answers from a script, for checking the exact bytes a
-// protocol layer writes and how it reads each form of reply (good, refused,
-// garbled, short, overlong, echoed, noise first, none). Each write of the
-// host is one command; the test's `name` says under which name its replies
-// are scripted (the frame's text, or one name for every command). A command
-// takes the next of its scripted replies, the last one repeating; the
-// test's `standard` answers commands with no script. An empty reply never
-// comes.
+// A controller that answers from a script, for the wire tests. Each write of
+// the host is one command; `name` says under which name its replies are
+// scripted. A command takes the next of its replies, the last one
+// repeating; `standard` answers commands with no script. An empty reply
+// never comes.
 #pragma once
 
 #include <deque>
