@@ -1,6 +1,6 @@
 // The simulators' motors on a clock the test steps by hand: slews at the
-// slew speed that end on the first read past the target, rates, stops,
-// tick wrap, and what the motors leave alone.
+// slew speed that end on the first read past the target, rates, stops and
+// tick wrap.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -105,46 +105,18 @@ TEST_F(SimulatedMotors, RatesRunFromWhereTheAxisIsAndStopsFreezeIt) {
   EXPECT_EQ(mount.axisDirection[0], 1u) << "slews and stops leave the direction";
 }
 
-TEST_F(SimulatedMotors, EquatorialHomeAndDeclinationTargetsBelowTheRange) {
+// Targets below the declination axis's range are taken a turn up; the
+// other axis takes any target as given.
+TEST_F(SimulatedMotors, EquatorialDeclinationTargetsBelowTheRange) {
   EquatorialSimulator equatorial;
-  double angle = 0;
-  ASSERT_EQ(equatorial.GetAxisPosition(0, &angle), Ok);
-  EXPECT_EQ(angle, -HALF_PI);
   ASSERT_EQ(equatorial.SlewAxisTo(1, -2.0), Ok);
   EXPECT_EQ(equatorial.axisStatus[1], AXIS_SLEWING | AXIS_POSITIVE) << "up toward -2 + 2 pi";
   clock.Advance(1000);
+  double angle = 0;
   ASSERT_EQ(equatorial.GetAxisPosition(1, &angle), Ok);
   EXPECT_NEAR(angle, HALF_PI + 4 * DEG, 1e-12) << "4 degrees a second";
   ASSERT_EQ(equatorial.SlewAxisTo(0, -2.0), Ok);
   EXPECT_EQ(equatorial.axisStatus[0], AXIS_SLEWING) << "axis 0 takes any target as given";
-}
-
-// The mount keeps in axisTarget and axisRate what requests ask for until a
-// worker picks them up; the motors must not change them. Bad arguments
-// change nothing at all.
-TEST_F(SimulatedMotors, MotorsLeaveTheRequestFieldsAndBadArgumentsAlone) {
-  mount.axisTarget[0] = 0.25;
-  mount.axisRate[1] = -0.002;
-  ASSERT_EQ(mount.SlewAxisTo(0, 1.0), Ok);
-  ASSERT_EQ(mount.SetAxisRate(1, 0.01), Ok);
-  clock.Advance(100);
-  ASSERT_EQ(mount.StopAxisMotor(0), Ok);
-  ASSERT_EQ(mount.StopAxisMotor(1), Ok);
-  EXPECT_EQ(mount.axisTarget[0], 0.25);
-  EXPECT_EQ(mount.axisRate[1], -0.002);
-
-  const double before = Position(0);
-  EXPECT_EQ(mount.SlewAxisTo(2, 1.0), InvalidParameter);
-  EXPECT_EQ(mount.SlewAxisTo(0, NAN), InvalidParameter);
-  EXPECT_EQ(mount.SetAxisRate(0, INFINITY), InvalidParameter);
-  EXPECT_EQ(mount.SetAxisRate(7, 1.0), InvalidParameter);
-  EXPECT_EQ(mount.StopAxisMotor(2), InvalidParameter);
-  EXPECT_EQ(mount.SetAxisPosition(0, NAN), InvalidParameter);
-  EXPECT_EQ(mount.ReadAxisPosition(2), InvalidParameter);
-  EXPECT_EQ(mount.ReadAxisStatus(2), InvalidParameter);
-  clock.Advance(1000);
-  EXPECT_EQ(Position(0), before);
-  EXPECT_EQ(Status(0), AXIS_STOPPED);
 }
 
 }  // namespace

@@ -249,24 +249,6 @@ TEST_P(BothSimulators, ConnectsStandingAtHome) {
   EXPECT_EQ(AxisPositions().lat, home.lat);
 }
 
-// The real clock, a short slew: the wiring without the test clock.
-TEST_P(BothSimulators, ShortSlewOnTheRealClock) {
-  const int32_t model = GetParam();
-  ScopeDisconnect();
-  ASSERT_EQ(ScopeConnect(model, 0.6, 100.0), SCOPE_OK);
-  const AnglePair home = AxisPositions();
-  const AnglePair target{home.lon + 2 * DEG, home.lat - 1 * DEG};
-  ASSERT_EQ(ScopeGotoAxes(target.lon, target.lat), SCOPE_OK);
-  const auto arrived = [&] {
-    return AxisPositions().lon > home.lon + 1 * DEG && MountState() == SCOPE_STATE_IDLE;
-  };
-  ASSERT_TRUE(WaitUntil(arrived, std::chrono::seconds(10)));
-  const AnglePair axes = AxisPositions();
-  EXPECT_NEAR(axes.lon, target.lon, GotoToleranceOf(model));
-  EXPECT_NEAR(axes.lat, target.lat, GotoToleranceOf(model));
-  EXPECT_EQ(ScopeDisconnect(), SCOPE_OK);
-}
-
 INSTANTIATE_TEST_SUITE_P(Simulators, BothSimulators, BOTH_SIMULATORS, SimulatorName);
 
 }  // namespace

@@ -1,15 +1,14 @@
-// Manual motion, tracking kinds, alignment and its saved record, and
-// disconnecting at any moment, on the two simulators through the C
-// boundary.
+// Manual motion handing back to tracking, a tracking start cut short by a
+// GOTO, and disconnecting at any moment, on the two simulators through the
+// C boundary.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cmath>
 #include <random>
 
-#include "geometry/askew_model.h"
+#include "geometry/altaz_mount.h"
 #include "geometry/simulator_session.h"
 #include "mount/mount.h"
 
@@ -121,14 +120,6 @@ TEST(AltAzSimulator, ManualMotionHaltsTrackingWhichResumesWhenBothAxesStop) {
   EXPECT_EQ(AxisPositions().lon, still.lon) << "stopping tracking stops both motors";
 }
 
-// --- Alignment ------------------------------------------------------------------
-
-// A star observation through the C boundary: sky, then axes, as `truth` sees it.
-std::array<double, 4> Observation(Mount& truth, AnglePair sky) {
-  const AnglePair axes = AxesOf(truth, sky);
-  return {sky.lon, sky.lat, axes.lon, axes.lat};
-}
-
 TEST(AltAzSimulator, AGotoRightAfterATrackingStartCancelsTheStart) {
   // The tracking starter may not have run when the GOTO halts tracking; it
   // must then give up instead of starting a loop behind the slew's back.
@@ -154,107 +145,6 @@ TEST(AltAzSimulator, AGotoRightAfterATrackingStartCancelsTheStart) {
   for (int poll = 0; poll < 2000 && !altaz.IsTrackingLoopRunning(); ++poll) MountState();
   ASSERT_TRUE(WaitForTracking());
   EXPECT_TRUE(altaz.IsTrackingLoopRunning());
-}
-
-TEST(AltAzSimulator, OneStarAlignmentCorrectsEncoderOffsetsAndStartsTracking) {
-  SimulatorSession session(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, 300.0);
-  // The encoders read 1.5 degrees east and 0.7 degrees low of the truth.
-  const AnglePair offset{1.5 * DEG, -0.7 * DEG};
-  const AnglePair star{-2 * HOUR, 20 * DEG};
-  const AnglePair nominal = SkyToAxes(star);
-  const double observation[4] = {star.lon, star.lat, nominal.lon + offset.lon,
-                                 nominal.lat + offset.lat};
-  ASSERT_EQ(ScopeAlignOneStar(observation), SCOPE_OK);
-  double misalignment = NAN;
-  EXPECT_EQ(ScopeGetAlignmentQuality(&misalignment), 100);
-  EXPECT_EQ(misalignment, 0.0);
-  ASSERT_TRUE(WaitForTracking()) << "a one-star alignment starts tracking";
-  const AnglePair aligned = SkyToAxes(star);
-  EXPECT_NEAR(aligned.lon, observation[2], 1e-9);
-  EXPECT_NEAR(aligned.lat, observation[3], 1e-9);
-
-  // A GOTO elsewhere lands where the askew encoders put the star.
-  const AnglePair other{1 * HOUR, 45 * DEG};
-  const uint32_t requested = Tick();
-  ASSERT_EQ(ScopeGotoEquatorial(other.lon, other.lat), SCOPE_OK);
-  ASSERT_TRUE(WaitForTracking());
-  const TimedReading reading = ReadSky();
-  EXPECT_LE(TrackedError(reading, other, requested), ALTAZ_TOLERANCE);
-  const AnglePair axes = AxisPositions();
-  const AnglePair nominalThere = AxesOf(*Simulator(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6),
-                                        Turned(other, SecondsBetween(requested, Tick())));
-  EXPECT_NEAR(NormalizeAngle(axes.lon - nominalThere.lon), offset.lon, 0.1 * DEG);
-  EXPECT_NEAR(axes.lat - nominalThere.lat, offset.lat, 0.1 * DEG);
-}
-
-TEST(AltAzSimulator, TwoStarAlignmentThenAnHourOfAlignedTracking) {
-  SimulatorSession session(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, 5000.0);
-  const double tilt = 0.5 * DEG;
-  auto truth = Simulator(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, Rotation(0, tilt));
-  const auto first = Observation(*truth, {-3 * HOUR, 10 * DEG});
-  const auto second = Observation(*truth, {1 * HOUR, 50 * DEG});
-  ASSERT_EQ(ScopeAlignTwoStars(first.data(), second.data()), SCOPE_OK);
-  double misalignment = NAN;
-  EXPECT_EQ(ScopeGetAlignmentQuality(&misalignment), 100);
-  EXPECT_NEAR(misalignment, tilt, 1 * ARCSEC);
-  EXPECT_EQ(MountState(), SCOPE_STATE_IDLE) << "two stars start no tracking";
-
-  // The mount stands on a third star (the simulator's axes are the truth).
-  const AnglePair star{-1 * HOUR, 30 * DEG};
-  const AnglePair axes = AxesOf(*truth, star);
-  ASSERT_EQ(ScopeSyncAxis(0, axes.lon), SCOPE_OK);
-  ASSERT_EQ(ScopeSyncAxis(1, axes.lat), SCOPE_OK);
-  EXPECT_LT(Separation(SkyPosition(), star), 1 * ARCSEC);
-  ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
-  ASSERT_TRUE(WaitForTracking());
-  const uint32_t anchored = CurrentMount()->trackStartTick;
-  ASSERT_TRUE(WaitUntil([&] { return Tick() - anchored >= 3600000; }));
-  const TimedReading reading = ReadSky();
-  EXPECT_LE(TrackedError(reading, star, anchored), ALTAZ_TOLERANCE);
-  // And the askew axes really follow the star.
-  const AnglePair real = AxesOf(*truth, Turned(star, SecondsBetween(anchored, reading.before)));
-  EXPECT_LE(Separation(AxisPositions(), real), ALTAZ_TOLERANCE + reading.Slack() * 2.0);
-}
-
-TEST(EquatorialSimulator, ThreeStarAlignmentAndItsRecordInALaterConnection) {
-  const double index = 0.25 * DEG;
-  const double cone = 0.15 * DEG;
-  auto truth =
-      Simulator(SCOPE_MODEL_EQUATORIAL_SIMULATOR, 0.6, Rotation(0, 0.3 * DEG), index, cone);
-  const auto s1 = Observation(*truth, {-1 * HOUR, 10 * DEG});
-  const auto s2 = Observation(*truth, {-4 * HOUR, 60 * DEG});
-  const auto s3 = Observation(*truth, {2 * HOUR, 40 * DEG});
-  const AnglePair probes[] = {{-3 * HOUR, 30 * DEG}, {0.5 * HOUR, -20 * DEG}, {4 * HOUR, 70 * DEG}};
-  std::array<uint8_t, SCOPE_ALIGNMENT_RECORD_SIZE> record{};
-  std::array<AnglePair, 3> alignedAxes;
-  {
-    SimulatorSession session(SCOPE_MODEL_EQUATORIAL_SIMULATOR, 0.6, 300.0);
-    ASSERT_EQ(ScopeAlignThreeStars(s1.data(), s2.data(), s3.data()), SCOPE_OK);
-    EXPECT_EQ(ScopeGetAlignmentQuality(nullptr), 100);
-    EXPECT_EQ(MountState(), SCOPE_STATE_IDLE) << "three stars start no tracking";
-    for (size_t i = 0; i < 3; ++i) alignedAxes[i] = SkyToAxes(probes[i]);
-    EXPECT_EQ(ScopeGetAlignmentData(record.data()), SCOPE_ALIGNMENT_RECORD_SIZE);
-  }
-  // A later connection starts nominal; the record brings the alignment back.
-  SimulatorSession later(SCOPE_MODEL_EQUATORIAL_SIMULATOR, 0.6, 300.0);
-  EXPECT_EQ(ScopeGetAlignmentQuality(nullptr), 0);
-  EXPECT_GT(Separation(SkyToAxes(probes[0]), alignedAxes[0]), 0.1 * DEG);
-  ASSERT_EQ(ScopeSetAlignmentData(record.data()), SCOPE_OK);
-  EXPECT_EQ(ScopeGetAlignmentQuality(nullptr), 100);
-  for (size_t i = 0; i < 3; ++i) {
-    const AnglePair axes = SkyToAxes(probes[i]);
-    EXPECT_EQ(axes.lon, alignedAxes[i].lon) << i;
-    EXPECT_EQ(axes.lat, alignedAxes[i].lat) << i;
-  }
-  // A GOTO with the restored model lands where the askew mount sees the star.
-  const AnglePair target = probes[0];
-  const uint32_t requested = Tick();
-  ASSERT_EQ(ScopeGotoEquatorial(target.lon, target.lat), SCOPE_OK);
-  ASSERT_TRUE(WaitForTracking());
-  const uint32_t before = Tick();
-  const AnglePair axes = AxisPositions();
-  const AnglePair real = AxesOf(*truth, Turned(target, SecondsBetween(requested, before)));
-  EXPECT_LE(Separation(axes, real), EQUATORIAL_TOLERANCE + 60 * ARCSEC);
 }
 
 // --- Disconnecting at any moment ------------------------------------------------
