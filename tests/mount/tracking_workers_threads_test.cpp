@@ -61,7 +61,6 @@ TEST_F(Tracking, SouthernEquatorialTrackingTakesUpBacklashThenRunsBackwards) {
   Make(Geometry::Equatorial, 20.0);
   ASSERT_EQ(mount->SetSite(-0.5, 0), Ok);
   ASSERT_EQ(mount->SetTrackingRate(TRACKING_LUNAR), Ok);
-  EXPECT_EQ(mount->trackingRate, -LUNAR_RATE);
   mount->backlashTime[0] = 500;
   mount->axisDirection[0] = 1;
   ASSERT_EQ(mount->SetTracking(1), Ok);
@@ -76,10 +75,6 @@ TEST_F(Tracking, SouthernEquatorialTrackingTakesUpBacklashThenRunsBackwards) {
   // The test clock can tick between the anchor and the rate command.
   EXPECT_GE(mount->trackStartTick, commands[1].tick) << "anchored after the take-up";
   EXPECT_LE(mount->trackStartTick, commands[2].tick) << "anchored before the rate was set";
-
-  ASSERT_EQ(mount->SetTracking(0), Ok);
-  EXPECT_EQ(mount->Commands(Command::Stop).size(), 3u) << "both axes stopped";
-  EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
 }
 
 // Tracking waits for a running slew to end, but at most 5000 ms; it never
