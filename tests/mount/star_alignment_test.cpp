@@ -18,18 +18,10 @@
 namespace scopemount {
 namespace {
 
-using testing::Geometry;
-using testing::Observe;
-using testing::TestMount;
+using namespace testing;
 
-class StarAlignment : public ::testing::Test {
- protected:
-  void SetUp() override { ASSERT_EQ(altaz.SetSite(0.6, 0), Ok); }
-  TestMount altaz{Geometry::AltAz, 7};
-  // Two stars well spread in azimuth and altitude.
-  const AnglePair s1{-1.2, 0.3};
-  const AnglePair s2{0.9, 0.1};
-};
+// Two stars well spread in azimuth and altitude.
+constexpr AnglePair S1{-1.2, 0.3}, S2{0.9, 0.1};
 
 // The star halfway between two others on their great circle: with them, a
 // singular catalogue matrix.
@@ -86,7 +78,6 @@ TEST(StarAlignmentFailure, LeavesTheNominalMatricesAndTheTermsFittedSoFar) {
     bool newSkyToAxes = false;
     Geometry geometry = Geometry::AltAz;
   };
-  static constexpr AnglePair S1{-1.2, 0.3}, S2{0.9, 0.1};
   const Case cases[] = {
       {"two stars 90 degrees apart seen half a degree apart", 0, 0,
        [](Mount& m) {
@@ -177,8 +168,9 @@ TEST(StarAlignmentFailure, LeavesTheNominalMatricesAndTheTermsFittedSoFar) {
   }
 }
 
-TEST_F(StarAlignment, StarsThatAreNotFiniteAreRefusedBeforeAnythingChanges) {
-  const StarObservation o1 = Observe(altaz, s1), o2 = Observe(altaz, s2);
+TEST(StarAlignment, StarsThatAreNotFiniteAreRefusedBeforeAnythingChanges) {
+  TestMount altaz(Geometry::AltAz, 7);
+  const StarObservation o1 = Observe(altaz, S1), o2 = Observe(altaz, S2);
   altaz.pointing.Update([](PointingSnapshot& model) {
     model.skyToAxes.at(0, 1) = 0.5;
     model.indexError = 0.2 * DEG;
@@ -195,8 +187,9 @@ TEST_F(StarAlignment, StarsThatAreNotFiniteAreRefusedBeforeAnythingChanges) {
   EXPECT_EQ(after.coneError, before.coneError);
 }
 
-TEST_F(StarAlignment, FaultRuleGivesTheCallerItsFlagsBack) {
-  const StarObservation o1 = Observe(altaz, s1), o2 = Observe(altaz, s2);
+TEST(StarAlignment, FaultRuleGivesTheCallerItsFlagsBack) {
+  TestMount altaz(Geometry::AltAz, 7);
+  const StarObservation o1 = Observe(altaz, S1), o2 = Observe(altaz, S2);
   constexpr int faults = FE_DIVBYZERO | FE_OVERFLOW | FE_UNDERFLOW;
   std::feclearexcept(FE_ALL_EXCEPT);
   EXPECT_EQ(altaz.AlignTwoStars(o1, o1), AlignFailed);

@@ -13,9 +13,7 @@
 namespace scopemount {
 namespace {
 
-using testing::Geometry;
-using testing::Observe;
-using testing::TestMount;
+using namespace testing;
 
 TEST(PointingModelRace, ReadersSeeWholeModelsWhileAlignmentsReplaceThem) {
   TestMount mount(Geometry::AltAz, 7);

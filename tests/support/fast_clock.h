@@ -19,10 +19,6 @@ class ScopedFastClock {
   ScopedFastClock(const ScopedFastClock&) = delete;
   ScopedFastClock& operator=(const ScopedFastClock&) = delete;
 
-  platform::ScaledClock& clock() { return *clock_; }
-  // Test-clock milliseconds now.
-  uint64_t NowMs() const { return clock_->NowMs(); }
-
  private:
   platform::ScaledClock* clock_;
 };

@@ -142,19 +142,13 @@ std::vector<CommandRecord> TestMount::Commands() const {
   return {log_->begin(), log_->begin() + static_cast<std::ptrdiff_t>(logSize_)};
 }
 
-std::vector<CommandRecord> TestMount::Commands(Command kind) const {
-  std::vector<CommandRecord> some;
-  for (const CommandRecord& record : Commands()) {
-    if (record.command == kind) some.push_back(record);
-  }
-  return some;
-}
-
 std::vector<CommandRecord> TestMount::Commands(Command kind, uint32_t axis, size_t from) const {
   const std::vector<CommandRecord> all = Commands();
   std::vector<CommandRecord> some;
   for (size_t i = from; i < all.size(); ++i) {
-    if (all[i].command == kind && all[i].axis == axis) some.push_back(all[i]);
+    if (all[i].command == kind && (axis == ANY_AXIS || all[i].axis == axis)) {
+      some.push_back(all[i]);
+    }
   }
   return some;
 }

@@ -54,66 +54,50 @@ class TestMount final : public EquatorialMount, public AltAzMount {
   int32_t StopAxisMotor(uint32_t axis) override;
   int32_t SetAxisPosition(uint32_t axis, double angle) override;
 
-  // Geometry: the layer of `geometry`.
+  // Geometry: the layer of `geometry` (a layer that does not override an
+  // operation names the core's).
+#define SCOPEMOUNT_TEST_LAYER(call) \
+  (Equatorial() ? EquatorialMount::call : AltAzMount::call)
   int32_t SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTerms) override {
-    return Equatorial() ? EquatorialMount::SkyToAxes(sky, axes, applyTerms)
-                        : Mount::SkyToAxes(sky, axes, applyTerms);
+    return SCOPEMOUNT_TEST_LAYER(SkyToAxes(sky, axes, applyTerms));
   }
   int32_t RateAlignmentStar(const AnglePair& star) override {
-    return Equatorial() ? EquatorialMount::RateAlignmentStar(star)
-                        : AltAzMount::RateAlignmentStar(star);
+    return SCOPEMOUNT_TEST_LAYER(RateAlignmentStar(star));
   }
-  void ResetTransform() override {
-    Equatorial() ? EquatorialMount::ResetTransform() : AltAzMount::ResetTransform();
-  }
-  double GetAxisMisalignment() override {
-    return Equatorial() ? EquatorialMount::GetAxisMisalignment()
-                        : AltAzMount::GetAxisMisalignment();
-  }
+  void ResetTransform() override { SCOPEMOUNT_TEST_LAYER(ResetTransform()); }
+  double GetAxisMisalignment() override { return SCOPEMOUNT_TEST_LAYER(GetAxisMisalignment()); }
   int32_t RateSecondStar(AnglePair first, AnglePair second, int32_t method) override {
-    return Equatorial() ? EquatorialMount::RateSecondStar(first, second, method)
-                        : AltAzMount::RateSecondStar(first, second, method);
+    return SCOPEMOUNT_TEST_LAYER(RateSecondStar(first, second, method));
   }
   int32_t RateThirdStar(AnglePair first, AnglePair second, AnglePair third) override {
-    return Equatorial() ? EquatorialMount::RateThirdStar(first, second, third)
-                        : AltAzMount::RateThirdStar(first, second, third);
+    return SCOPEMOUNT_TEST_LAYER(RateThirdStar(first, second, third));
   }
   int32_t AlignOneStar(AnglePair sky, AnglePair axes) override {
-    return Equatorial() ? EquatorialMount::AlignOneStar(sky, axes)
-                        : AltAzMount::AlignOneStar(sky, axes);
+    return SCOPEMOUNT_TEST_LAYER(AlignOneStar(sky, axes));
   }
   int32_t AlignTwoStars(StarObservation first, StarObservation second) override {
-    return Equatorial() ? EquatorialMount::AlignTwoStars(first, second)
-                        : AltAzMount::AlignTwoStars(first, second);
+    return SCOPEMOUNT_TEST_LAYER(AlignTwoStars(first, second));
   }
   int32_t AlignThreeStars(StarObservation first, StarObservation second,
                           StarObservation third) override {
-    return Equatorial() ? EquatorialMount::AlignThreeStars(first, second, third)
-                        : AltAzMount::AlignThreeStars(first, second, third);
+    return SCOPEMOUNT_TEST_LAYER(AlignThreeStars(first, second, third));
   }
-  int32_t StartTracking() override {
-    return Equatorial() ? EquatorialMount::StartTracking() : AltAzMount::StartTracking();
-  }
+  int32_t StartTracking() override { return SCOPEMOUNT_TEST_LAYER(StartTracking()); }
   int32_t StartTrackingAfter(uint32_t request) override {
-    return Equatorial() ? EquatorialMount::StartTrackingAfter(request)
-                        : AltAzMount::StartTrackingAfter(request);
+    return SCOPEMOUNT_TEST_LAYER(StartTrackingAfter(request));
   }
-  int32_t StopTracking() override {
-    return Equatorial() ? Mount::StopTracking() : AltAzMount::StopTracking();
-  }
+  int32_t StopTracking() override { return SCOPEMOUNT_TEST_LAYER(StopTracking()); }
   int32_t MoveAxis(uint32_t axis, double rate) override {
-    return Equatorial() ? Mount::MoveAxis(axis, rate) : AltAzMount::MoveAxis(axis, rate);
+    return SCOPEMOUNT_TEST_LAYER(MoveAxis(axis, rate));
   }
-  int32_t StopAxis(uint32_t axis) override {
-    return Equatorial() ? EquatorialMount::StopAxis(axis) : AltAzMount::StopAxis(axis);
-  }
+  int32_t StopAxis(uint32_t axis) override { return SCOPEMOUNT_TEST_LAYER(StopAxis(axis)); }
   int32_t GotoEquatorial(AnglePair sky) override {
-    return Equatorial() ? Mount::GotoEquatorial(sky) : AltAzMount::GotoEquatorial(sky);
+    return SCOPEMOUNT_TEST_LAYER(GotoEquatorial(sky));
   }
   int32_t GotoHorizontal(double azimuth, double altitude) override {
-    return Equatorial() ? Mount::GotoHorizontal(azimuth, altitude)
-                        : AltAzMount::GotoHorizontal(azimuth, altitude);
+    return SCOPEMOUNT_TEST_LAYER(GotoHorizontal(azimuth, altitude));
   }
+#undef SCOPEMOUNT_TEST_LAYER
   int32_t GotoAxes(double angle0, double angle1) override;
 
   // --- Test controls ---------------------------------------------------
@@ -121,11 +105,12 @@ class TestMount final : public EquatorialMount, public AltAzMount {
   double TrueAngle(uint32_t axis);
   // The sky position the axes point at now, by the model in force.
   AnglePair TrueSky();
-  // Every command so far (copied), or those of one kind.
+  // Every command so far (copied); those of one kind, on one axis or any,
+  // from the `from`th command on.
+  static constexpr uint32_t ANY_AXIS = AXIS_COUNT;
   std::vector<CommandRecord> Commands() const;
-  std::vector<CommandRecord> Commands(Command kind) const;
-  // Those of one kind on one axis from the `from`th command on.
-  std::vector<CommandRecord> Commands(Command kind, uint32_t axis, size_t from = 0) const;
+  std::vector<CommandRecord> Commands(Command kind, uint32_t axis = ANY_AXIS,
+                                      size_t from = 0) const;
   // The kinds of the commands from the `from`th on, in order.
   std::vector<Command> KindsSince(size_t from) const;
   size_t CommandCount() const;
