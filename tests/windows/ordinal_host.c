@@ -113,28 +113,16 @@ static const struct Export EXPORTS[] = {SCOPE_FUNCTIONS(EXPORT_ENTRY)};
 /* ---- the platform: loading, time, language ---------------------------- */
 
 #ifdef _WIN32
-static int BindAll(const char *path) {
-  HMODULE module = LoadLibraryA(path);
-  size_t i;
-  int missing = 0;
-  if (module == NULL) {
-    printf("FAIL: LoadLibrary(%s): error %lu\n", path, (unsigned long)GetLastError());
-    return 0;
-  }
-  for (i = 0; i < EXPORT_COUNT; ++i) {
-    FARPROC found = GetProcAddress(module, MAKEINTRESOURCEA(EXPORTS[i].ordinal));
-    bound[EXPORTS[i].ordinal] = (AnyFunction)found;
-    if (found == NULL) {
-      printf("FAIL: ordinal %d (%s) does not resolve\n", EXPORTS[i].ordinal, EXPORTS[i].name);
-      ++missing;
-    }
-  }
-  /* Names are not part of the boundary: none may resolve. */
-  if (GetProcAddress(module, "ScopeConnect") != NULL) {
-    printf("FAIL: the DLL exports names\n");
-    ++missing;
-  }
-  return missing == 0;
+static HMODULE library;
+
+static int Load(const char *path) {
+  library = LoadLibraryA(path);
+  if (library == NULL) printf("FAIL: LoadLibrary(%s): error %lu\n", path, (unsigned long)GetLastError());
+  return library != NULL;
+}
+
+static AnyFunction Resolve(const struct Export *e) {
+  return (AnyFunction)GetProcAddress(library, MAKEINTRESOURCEA(e->ordinal));
 }
 
 static uint64_t NowMs(void) { return GetTickCount64(); }
@@ -144,23 +132,19 @@ static void UseLanguage(uint16_t language) {
   SetThreadLocale(MAKELCID(language, SORT_DEFAULT));
 }
 #else
-static int BindAll(const char *path) {
-  void *library = dlopen(path, RTLD_NOW);
-  size_t i;
-  int missing = 0;
-  if (library == NULL) {
-    printf("FAIL: dlopen(%s): %s\n", path, dlerror());
-    return 0;
-  }
-  for (i = 0; i < EXPORT_COUNT; ++i) {
-    void *found = dlsym(library, EXPORTS[i].name);
-    memcpy(&bound[EXPORTS[i].ordinal], &found, sizeof found);
-    if (found == NULL) {
-      printf("FAIL: %s does not resolve\n", EXPORTS[i].name);
-      ++missing;
-    }
-  }
-  return missing == 0;
+static void *library;
+
+static int Load(const char *path) {
+  library = dlopen(path, RTLD_NOW);
+  if (library == NULL) printf("FAIL: dlopen(%s): %s\n", path, dlerror());
+  return library != NULL;
+}
+
+static AnyFunction Resolve(const struct Export *e) {
+  void *found = dlsym(library, e->name);
+  AnyFunction function;
+  memcpy(&function, &found, sizeof function);
+  return function;
 }
 
 static uint64_t NowMs(void) {
@@ -183,6 +167,22 @@ static void UseLanguage(uint16_t language) {
   setenv("LC_ALL", locale, 1);
 }
 #endif
+
+/* Binds every function of the table: by ordinal on Windows (the export
+ * check makes sure no name would resolve), by name elsewhere. */
+static int BindAll(const char *path) {
+  size_t i;
+  int missing = 0;
+  if (!Load(path)) return 0;
+  for (i = 0; i < EXPORT_COUNT; ++i) {
+    bound[EXPORTS[i].ordinal] = Resolve(&EXPORTS[i]);
+    if (bound[EXPORTS[i].ordinal] == NULL) {
+      printf("FAIL: ordinal %d (%s) does not resolve\n", EXPORTS[i].ordinal, EXPORTS[i].name);
+      ++missing;
+    }
+  }
+  return missing == 0;
+}
 
 /* ---- checks and the dump ------------------------------------------------ */
 
