@@ -81,8 +81,6 @@ class Client {
       if (eof_ || std::chrono::steady_clock::now() > end) return std::nullopt;
       Receive(10);
     }
-    EXPECT_EQ(pending_[0] | pending_[1] << 8, 24) << "LENGTH";
-    EXPECT_EQ(pending_[2] | pending_[3] << 8, 0) << "TYPE";
     const pp::CurrentPosition position =
         pp::DecodeCurrentPosition(std::span<const uint8_t, 24>(pending_.data(), 24));
     pending_.erase(pending_.begin(), pending_.begin() + 24);
@@ -159,9 +157,10 @@ Bytes GotoBytes(double rightAscension, double declination) {
 // Always below the horizon at the test site: refused, and counted by its line.
 Bytes RefusedGoto() { return GotoBytes(0.0, -80.0 / sky::DEGREES_PER_RADIAN); }
 
-// Byte streams a client may send, however TCP cuts them (the reader's own
-// test covers the odd lengths); each valid Goto below the horizon prints one
-// refusal, so the refusals count the Gotos.
+// What the server adds to the reader (whose own test covers how any stream
+// is cut): one reader a client across reads, the refusal of a declination
+// past the pole, and a dropped client; each valid Goto below the horizon
+// prints one refusal, so the refusals count the Gotos.
 struct StreamCase {
   const char* what;
   std::vector<Bytes> writes;  // sent one after another, a position read between
@@ -175,10 +174,6 @@ TEST(Serve, CutsAnyByteStreamIntoMessages) {
       tail(go.begin() + 11, go.end());
   const StreamCase cases[] = {
       {"one Goto over three writes", {head, middle, tail}, 1, false},
-      {"three Gotos in one write", {Join({go, go, go})}, 3, false},
-      {"unknown type skipped by its length", {Join({Message(10, 7, 6), go})}, 1, false},
-      {"long unknown message over writes",
-       {Message(1000, 99, 500), Join({Bytes(496, 0), go})}, 1, false},
       {"declination past the pole refused", {GotoUnits(0, 0x7FFFFFFF)}, 1, false},
       {"LENGTH shorter than the header", {Join({Message(2, 0, 0), go})}, 0, true},
   };
