@@ -324,6 +324,44 @@ TEST(CliSession, CtrlCDuringASlewStopsTheMountAndDisconnects) {
   EXPECT_FALSE(Contains(r.out, "Arrived")) << r.out;
 }
 
+// `emulate` beside a session, as the README shows them: a hardware model's
+// controller served on a pseudo-terminal whose path it prints first, a
+// short GOTO through it, and serving ended by end of input or by Ctrl-C.
+TEST(CliSession, EmulateServesAGotoOfEachHardwareProtocol) {
+  const struct {
+    const char* protocol;
+    const char* model;
+    const char* name;
+    std::vector<std::string> target;
+    const char* arrived;
+  } cases[] = {
+      {"auxbus", "0", "Marvane Alt/Az Mount", {"--axes", "0.5", "0.5"}, "Arrived: idle"},
+      {"motorcontroller", "2", "Hollin Alt/Az Mount", {"--axes", "3", "2"}, "Arrived: idle"},
+      // Low in the sky at this site, so the slew is short.
+      {"compact", "8", "Marvane Corvel K-1 Alt/Az Mount",
+       {"--star", "Polaris", "--lat", "5", "--lon", "0"}, "Arrived: tracking"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.protocol) + " model " + c.model);
+    ChildProcess emulator(SCOPEMOUNT_CLI_PATH, {"emulate", c.protocol});
+    ASSERT_TRUE(emulator.WaitForText("\n", 20s)) << emulator.err();
+    const std::string path = emulator.out().substr(0, emulator.out().find('\n'));
+    ASSERT_EQ(path.rfind("/dev/pts/", 0), 0u) << path;
+    std::vector<std::string> arguments{"goto", "--model", c.model, "--port", path};
+    arguments.insert(arguments.end(), c.target.begin(), c.target.end());
+    const ProcessResult r = Cli(arguments);
+    EXPECT_EQ(r.exitStatus, 0) << r.out << r.err;
+    EXPECT_TRUE(Contains(r.out, std::string("Connected: ") + c.name)) << r.out;
+    EXPECT_TRUE(Contains(r.out, c.arrived)) << r.out;
+    if (&c == &cases[1]) {
+      emulator.Interrupt();
+    } else {
+      emulator.CloseInput();
+    }
+    EXPECT_EQ(emulator.WaitForExit(20s), 0) << "a normal end";
+  }
+}
+
 // Chinese takes two columns a character: the live line and the tables count
 // columns, and never cut a character in half.
 TEST(Cli, TextIsMeasuredInTerminalColumns) {
