@@ -124,22 +124,5 @@ TEST_F(BluetoothRegistrationTest, TakesTheFirstIndexThatRegistersAndOpens) {
   }
 }
 
-// The kernel's binding: without Bluetooth or the privilege to bind, every
-// index is refused; with both, the port binds but cannot open, as no device
-// answers at this address. Either way nothing is registered or left behind.
-TEST(RfcommPortDriverTest, RegistrationToAnAbsentDeviceFailsCleanly) {
-  ScopeSetComPort(7);
-  ScopeDeviceHandle handle = nullptr;
-  EXPECT_EQ(ScopeRegisterBluetoothPort(0x33221100u, 0x5544u, 1, &handle), -1);
-  EXPECT_EQ(handle, nullptr) << "the handle is not written";
-  EXPECT_EQ(PortNumber(), 7) << "the port choice is unchanged";
-  for (int32_t port = 0; port < 10; ++port) {
-    EXPECT_EQ(PathOf(port), "/dev/ttyS" + std::to_string(port)) << "index " << port;
-  }
-  EXPECT_EQ(ScopeReleaseBluetoothPort(reinterpret_cast<ScopeDeviceHandle>(77)),
-            SCOPE_INVALID_PARAMETER);
-  SetPortNumber(DEFAULT_PORT_NUMBER);
-}
-
 }  // namespace
 }  // namespace scopemount::testing

@@ -146,10 +146,7 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
 ChildProcess::~ChildProcess() {
   CloseInput();
   CloseOutputs();
-  const Clock::time_point end = Clock::now() + GRACE;
-  while (pid_ > 0 && !Reaped(WNOHANG) && Clock::now() < end) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(LOOK_MS));
-  }
+  WaitForExit(GRACE);
   if (pid_ > 0) kill(pid_, SIGKILL);
   Reaped(0);
 }
