@@ -21,8 +21,9 @@ using scopemount::testing::ProcessResult;
 using scopemount::testing::RunProcess;
 using namespace std::chrono_literals;
 
-ProcessResult Cli(const std::vector<std::string>& arguments, const std::string& locale = "C") {
-  return RunProcess(SCOPEMOUNT_CLI_PATH, arguments, "", {"LC_ALL=" + locale});
+ProcessResult Cli(const std::vector<std::string>& arguments, const std::string& locale = "C",
+                  const std::string& input = "", const std::string& interruptWhenSeen = "") {
+  return RunProcess(SCOPEMOUNT_CLI_PATH, arguments, input, {"LC_ALL=" + locale}, interruptWhenSeen);
 }
 
 // Sessions with the simulators run on the wall clock: targets are chosen so
@@ -248,8 +249,7 @@ TEST(CliSession, ShellRunsCommandsInOneConnection) {
       "status\n"
       "quit\n"
       "status\n";
-  const ProcessResult r =
-      RunProcess(SCOPEMOUNT_CLI_PATH, At({"shell"}), script, {"LC_ALL=C"});
+  const ProcessResult r = Cli(At({"shell"}), "C", script);
   EXPECT_EQ(r.exitStatus, EXIT_LIBRARY_ERROR) << "one command failed: " << r.out << r.err;
   EXPECT_EQ(Occurrences(r.out, "Connected:"), 1u) << "one connection for the whole script\n" << r.out;
   EXPECT_TRUE(Contains(r.out, "Stopped both axes and tracking.\nidle ")) << r.out;
@@ -312,8 +312,7 @@ TEST(CliSession, ShellAtATerminal) {
 }
 
 TEST(CliSession, CtrlCDuringASlewStopsTheMountAndDisconnects) {
-  const ProcessResult r = RunProcess(SCOPEMOUNT_CLI_PATH, At({"goto", "--altaz", "170", "60"}),
-                                     "", {"LC_ALL=C"}, "\nslewing ");
+  const ProcessResult r = Cli(At({"goto", "--altaz", "170", "60"}), "C", "", "\nslewing ");
   EXPECT_EQ(r.exitStatus, 130) << r.out << r.err;
   EXPECT_EQ(r.err, "scopemount: GOTO Az 170.000 Alt 60.000: User interrupt (105)\n");
   EXPECT_TRUE(Contains(r.out, "Disconnected.\n")) << r.out;
