@@ -397,6 +397,9 @@ static void SerialSession(int32_t port, int32_t model) {
   started = NowMs();
   Code(AT(ScopeGotoAxes)(axes[0] + 2.0 * DEGREE, axes[1] + 2.0 * DEGREE), SCOPE_OK,
        "GOTO axis angles");
+  /* Give the slew time to start (a short one may end between two looks), so
+   * that the wait for its end does not see the state before it. */
+  (void)WaitForState(SCOPE_STATE_SLEWING, 2000);
   Check(WaitForState(SCOPE_STATE_IDLE, GOTO_LIMIT_MS) ||
             WaitForState(SCOPE_STATE_TRACKING, 1000),
         "the GOTO ends");
