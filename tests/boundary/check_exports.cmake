@@ -15,9 +15,11 @@ foreach(line IN LISTS lines)
     list(APPEND actual ${symbol})
   endif()
 endforeach()
-# The table's rows are "ordinal function"; the shared library exports the names.
-file(STRINGS ${EXPECTED} expected REGEX "^[0-9]")
-list(TRANSFORM expected REPLACE "^[0-9]+ +" "")
+# The ordinal host's table rows, X(ordinal, result, function, ...): the
+# shared library exports the names.
+file(READ ${EXPECTED} host)
+string(REGEX MATCHALL "X\\([0-9]+, [^,]+, Scope[A-Za-z0-9]+" expected "${host}")
+list(TRANSFORM expected REPLACE "^.*, " "")
 list(SORT actual)
 list(SORT expected)
 set(missing ${expected})

@@ -64,44 +64,34 @@ std::string PathOf(int32_t port) {
   return path;
 }
 
-class BluetoothRegistrationTest : public ::testing::Test {
- protected:
-  void SetUp() override { ScopeSetComPort(7); }
-  void TearDown() override {
-    for (int32_t port = 0; port < 10; ++port) platform::BindPortPath(port, nullptr);
-    SetPortNumber(DEFAULT_PORT_NUMBER);
-  }
-
-  FakePortDriver driver_;
-};
-
 // The indexes are tried in order; the first that registers and opens is
 // taken and chosen for the next connection, and every other port that
 // registered is removed again, its index keeping its own device. The driver
-// gets the address low word first and the channel's low byte.
-TEST_F(BluetoothRegistrationTest, TakesTheFirstIndexThatRegistersAndOpens) {
-  driver_.paths[0] = OPENABLE;
-  EXPECT_EQ(ScopeRegisterBluetoothPort(1, 2, 3, nullptr), 0) << "a null handle pointer registers";
-  ASSERT_EQ(ScopeReleaseBluetoothPort(reinterpret_cast<ScopeDeviceHandle>(HANDLE_BASE)), SCOPE_OK);
-  ScopeSetComPort(7);
+// gets the address low word first and the channel's low byte; the caller
+// need not want the handle.
+TEST(BluetoothRegistration, TakesTheFirstIndexThatRegistersAndOpens) {
   const struct {
     const char* what;
     std::vector<std::pair<int32_t, std::string>> ports;  // index and path; others refused
     int32_t channel;
     uint32_t channelSent;
     int32_t taken;  // -1: none
+    bool handleWanted;
   } cases[] = {
-      {"the first index", {{0, OPENABLE}}, 0x105, 5, 0},
+      {"the first index, no handle wanted", {{0, OPENABLE}}, 0x105, 5, 0, false},
       {"past refusals and a port that does not open",
-       {{2, UNOPENABLE}, {3, OPENABLE}, {4, OPENABLE}}, -1, 0xFF, 3},
-      {"none opens", {{0, UNOPENABLE}, {4, UNOPENABLE}, {8, UNOPENABLE}}, 1, 1, -1},
+       {{2, UNOPENABLE}, {3, OPENABLE}, {4, OPENABLE}}, -1, 0xFF, 3, true},
+      {"none opens", {{0, UNOPENABLE}, {4, UNOPENABLE}, {8, UNOPENABLE}}, 1, 1, -1, true},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
+    ScopeSetComPort(7);
     FakePortDriver driver;
     for (const auto& [index, path] : c.ports) driver.paths[index] = path;
     ScopeDeviceHandle handle = reinterpret_cast<ScopeDeviceHandle>(0x5A5A);
-    EXPECT_EQ(ScopeRegisterBluetoothPort(0x33221100u, 0x00005544u, c.channel, &handle), c.taken);
+    EXPECT_EQ(ScopeRegisterBluetoothPort(0x33221100u, 0x00005544u, c.channel,
+                                         c.handleWanted ? &handle : nullptr),
+              c.taken);
     EXPECT_EQ(driver.lastParams.device, 0x554433221100u);
     EXPECT_EQ(driver.lastParams.channel, c.channelSent);
     const int32_t tried = c.taken < 0 ? 10 : c.taken + 1;
@@ -109,35 +99,19 @@ TEST_F(BluetoothRegistrationTest, TakesTheFirstIndexThatRegistersAndOpens) {
     for (int32_t i = 0; i < tried; ++i) EXPECT_EQ(driver.indexes[i], i);
     EXPECT_EQ(driver.live.size(), c.taken < 0 ? 0u : 1u) << "only the taken port stays";
     EXPECT_EQ(PortNumber(), c.taken < 0 ? 7 : c.taken) << "the next connection's port";
+    const bool written = c.taken >= 0 && c.handleWanted;
     EXPECT_EQ(reinterpret_cast<uintptr_t>(handle),
-              c.taken < 0 ? 0x5A5Au : static_cast<uintptr_t>(HANDLE_BASE + c.taken));
+              written ? static_cast<uintptr_t>(HANDLE_BASE + c.taken) : 0x5A5Au);
     for (int32_t port = 0; port < 10; ++port) {
       EXPECT_EQ(PathOf(port), port == c.taken ? OPENABLE : "/dev/ttyS" + std::to_string(port))
           << "index " << port;
     }
     if (c.taken < 0) continue;
+    handle = reinterpret_cast<ScopeDeviceHandle>(HANDLE_BASE + c.taken);
     EXPECT_EQ(ScopeReleaseBluetoothPort(handle), SCOPE_OK);
     EXPECT_EQ(PathOf(c.taken), "/dev/ttyS" + std::to_string(c.taken)) << "its own device back";
     EXPECT_EQ(ScopeReleaseBluetoothPort(handle), SCOPE_INVALID_PARAMETER) << "already released";
-    EXPECT_EQ(ScopeReleaseBluetoothPort(nullptr), SCOPE_INVALID_PARAMETER);
-    ScopeSetComPort(7);
   }
-}
-
-// The kernel's binding: without Bluetooth or the privilege to bind, every
-// index is refused; with both, the port binds but cannot open, as no device
-// answers at this address. Either way nothing is registered or left behind.
-TEST(RfcommPortDriverTest, RegistrationToAnAbsentDeviceFailsCleanly) {
-  ScopeSetComPort(7);
-  ScopeDeviceHandle handle = nullptr;
-  EXPECT_EQ(ScopeRegisterBluetoothPort(0x33221100u, 0x5544u, 1, &handle), -1);
-  EXPECT_EQ(handle, nullptr) << "the handle is not written";
-  EXPECT_EQ(PortNumber(), 7) << "the port choice is unchanged";
-  for (int32_t port = 0; port < 10; ++port) {
-    EXPECT_EQ(PathOf(port), "/dev/ttyS" + std::to_string(port)) << "index " << port;
-  }
-  EXPECT_EQ(ScopeReleaseBluetoothPort(reinterpret_cast<ScopeDeviceHandle>(77)),
-            SCOPE_INVALID_PARAMETER);
   SetPortNumber(DEFAULT_PORT_NUMBER);
 }
 

@@ -29,6 +29,8 @@ using Clock = std::chrono::steady_clock;
 constexpr int LOOK_MS = 10;
 // How long a program whose input closed may take to end before it is killed.
 constexpr auto GRACE = std::chrono::seconds(2);
+// How long a whole run may take.
+constexpr auto RUN_LIMIT = std::chrono::minutes(2);
 constexpr unsigned short TERMINAL_ROWS = 24;
 
 void CloseFd(int& fd) {
@@ -135,7 +137,7 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
   err_ = streams.err;
   if (spawned != 0) {
     pid_ = -1;
-    spawnError_ = spawned > 0 ? std::strerror(spawned) : streams.error;
+    collected_[1] = spawned > 0 ? std::strerror(spawned) : streams.error;
     CloseInput();
     CloseOutputs();
   }
@@ -144,10 +146,7 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
 ChildProcess::~ChildProcess() {
   CloseInput();
   CloseOutputs();
-  const Clock::time_point end = Clock::now() + GRACE;
-  while (pid_ > 0 && !Reaped(WNOHANG) && Clock::now() < end) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(LOOK_MS));
-  }
+  WaitForExit(GRACE);
   if (pid_ > 0) kill(pid_, SIGKILL);
   Reaped(0);
 }
@@ -233,18 +232,11 @@ void ChildProcess::Resize(unsigned short columns) {
 
 ProcessResult ChildProcess::RunToEnd(const std::string& input,
                                      const std::string& interruptWhenSeen) {
-  if (pid_ <= 0) return {-1, "", spawnError_};
+  if (pid_ <= 0) return {-1, "", err()};
   if (!input.empty()) Type(input);
   CloseInput();
-  bool interruptSent = interruptWhenSeen.empty();
-  while (Collect(-1)) {
-    if (!interruptSent && out().find(interruptWhenSeen) != std::string::npos) {
-      Interrupt();
-      interruptSent = true;
-    }
-  }
-  Reaped(0);
-  return {exitStatus_, out(), err()};
+  if (!interruptWhenSeen.empty() && WaitForText(interruptWhenSeen, RUN_LIMIT)) Interrupt();
+  return {WaitForExit(RUN_LIMIT), out(), err()};
 }
 
 }  // namespace scopemount::testing

@@ -51,15 +51,14 @@ class ChildProcess {
   // What was collected so far.
   const std::string& out() const { return collected_[0]; }
   const std::string& err() const { return collected_[1]; }
-  // Feeds `input` (no more than a pipe holds, 64 KiB), collects both
-  // outputs until they close and waits for the end; with
-  // `interruptWhenSeen`, interrupts once the output contains it.
+  // Feeds `input` (no more than a pipe holds, 64 KiB) and waits for the
+  // end; with `interruptWhenSeen`, interrupts once the output contains it.
   ProcessResult RunToEnd(const std::string& input, const std::string& interruptWhenSeen);
 
  private:
   void CloseOutputs();
-  // Reads what either output has, waiting at most `timeoutMs` (-1: until
-  // something comes). False once both are closed.
+  // Reads what either output has, waiting at most `timeoutMs`. False once
+  // both are closed.
   bool Collect(int timeoutMs);
   // Reaps the program if it has ended (or, with 0, once it has); true once
   // it has.
@@ -71,7 +70,6 @@ class ChildProcess {
   int err_ = -1;  // -1 on a terminal, where errors come with the output
   int exitStatus_ = -1;
   std::string collected_[2];
-  std::string spawnError_;
 };
 
 // How often `part` occurs in `text` (overlapping occurrences count).

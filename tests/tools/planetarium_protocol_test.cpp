@@ -5,14 +5,32 @@
 #include <string>
 #include <vector>
 
-#include "planetarium_bytes.h"
 #include "planetarium_protocol.h"
 
 namespace {
 
 namespace pp = scopemount::cli::planetarium;
-using namespace scopemount::testing;
+using Bytes = std::vector<uint8_t>;
 constexpr double PI = 3.141592653589793;
+
+Bytes GotoUnits(uint32_t rightAscension, int32_t declination, int64_t time) {
+  const auto bytes = pp::Encode(pp::Goto{time, rightAscension, declination});
+  return Bytes(bytes.begin(), bytes.end());
+}
+
+// Any header, then `bodySize` filler bytes.
+Bytes Message(uint16_t length, uint16_t type, size_t bodySize) {
+  Bytes bytes = {static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8),
+                 static_cast<uint8_t>(type), static_cast<uint8_t>(type >> 8)};
+  bytes.resize(4 + bodySize, 0xA5);
+  return bytes;
+}
+
+Bytes Join(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
 
 template <typename Container>
 std::string Hex(const Container& bytes) {

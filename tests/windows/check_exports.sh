@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
-# The DLL's export table is exactly the table in ordinals.txt: every ordinal
-# present, none extra, none with a name; the header records the same
-# ordinal for every function; and the DLL imports only from the system (its
-# C++ runtime and threads are linked in).
-#   check_exports.sh <objdump> <scopemount.dll> <scopemount.h> <ordinals.txt>
+# The DLL's export table is exactly the table the ordinal host binds (its
+# X(ordinal, result, name, ...) rows): every ordinal present, none extra,
+# none with a name; the header records the same ordinal for every function;
+# and the DLL imports only from the system (its C++ runtime and threads are
+# linked in).
+#   check_exports.sh <objdump> <scopemount.dll> <scopemount.h> <ordinal_host.c>
 set -euo pipefail
-objdump=$1 dll=$2 header=$3 table=$4
+objdump=$1 dll=$2 header=$3 host=$4
 
-expected=$(grep -E '^[0-9]' "$table" | awk '{print $1}' | sort)
+# "ordinal name", one line per function of the table.
+table=$(sed -nE 's/^ *X\(([0-9]+), [^,]+, (Scope[A-Za-z0-9]+),.*/\1 \2/p' "$host")
+expected=$(awk '{print $1}' <<<"$table" | sort)
 listing=$("$objdump" -p "$dll")
 # "[   0] +base[   1] 5b90 Export RVA": one line per exported ordinal.
 actual=$(sed -n '/^Export Address Table/,/^$/p' <<<"$listing" |
@@ -35,7 +38,7 @@ while read -r ordinal name; do
     $0 ~ "[ *]" name "\\(" { print comment; exit }' "$header" |
     sed -nE 's/^\/\* (Extension, )?([0-9]+):.*/\2/p')
   [ "$recorded" = "$ordinal" ] || { echo "$name: header records '${recorded}', table $ordinal"; status=1; }
-done < <(grep -E '^[0-9]' "$table")
+done <<<"$table"
 
 [ $status -eq 0 ] && echo "exports: $(echo "$actual" | wc -l) ordinals, no names, header agrees;" \
   "imports: $(echo $imports)"
