@@ -1,7 +1,6 @@
 // The exact bytes the motor-controller layer writes for each operation and
 // how it reads each reply form, against a scripted controller. Expected
-// frames are worked out by hand for a reference controller (1,000,000 counts per
-// revolution, a 50,000 Hz timer), not from the emulator.
+// frames are worked out by hand for the reference controller below.
 #include <gtest/gtest.h>
 
 #include <functional>

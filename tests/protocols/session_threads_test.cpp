@@ -164,7 +164,6 @@ TEST_P(EveryModel, FaultsMidGotoNeverHangOrLeaveTheMountUnusable) {
       {"quiet after some commands", {.stopAfterCommands = 4}, false},
       {"noise before each reply", {.garbage = noise}, false},
       {"replies cut short", {.truncateTo = 2}, false},
-      {"slow bytes", {.byteGapMs = 100}, false},
   };
   for (const Fault& fault : faults) {
     SCOPED_TRACE(fault.what);
