@@ -77,7 +77,6 @@ TEST(Sky, BrightStarsStandWhereAnIndependentCatalogueAndCodePutThem) {
 
 TEST(Sky, CatalogueLookupFormatsAndUnits) {
   EXPECT_STREQ(FindStar("  RIGIL kentaurus")->name, "Rigil Kentaurus");
-  EXPECT_EQ(FindStar("Vulcan"), nullptr);
   EXPECT_EQ(FindStar(""), nullptr);
   EXPECT_GE(BrightStars().size(), 50u);
   for (size_t i = 1; i < BrightStars().size(); ++i) {
