@@ -80,23 +80,6 @@ TEST(EquatorialGeometry, SidesOfThePierInBothHemispheres) {
   }
 }
 
-TEST(EquatorialGeometry, EveryPositionComesBackWithPointingTerms) {
-  for (double latitude : {0.6, -0.6}) {
-    auto mount = Simulator(EQUATORIAL, latitude, Matrix3(1.0), 0.01, 0.004);
-    mount->pointing.Update([](PointingSnapshot& model) { model.nonPerpError = -0.002; });
-    for (double ha = -11.5; ha <= 11.5; ha += 1.5) {
-      for (double dec = -75.0; dec <= 75.0; dec += 15.0) {
-        const AnglePair sky{ha * HOUR, dec * DEG};
-        const AnglePair axes = AxesOf(*mount, sky);
-        EXPECT_TRUE(axes.lat >= -HALF_PI && axes.lat < 1.5 * PI && std::fabs(axes.lon) <= PI)
-            << "in range: " << axes.lon << ", " << axes.lat;
-        EXPECT_LT(Separation(SkyOf(*mount, axes), sky), ROUND_TRIP)
-            << latitude << " " << ha << " " << dec;
-      }
-    }
-  }
-}
-
 TEST(AltAzGeometry, StarScores) {
   auto mount = Simulator(ALTAZ, 0.6);
   const auto at = [&](double azimuthDeg, double altitudeDeg) {

@@ -36,7 +36,7 @@ class Caller {
 
   // One call chosen at random.
   void CallOne() {
-    switch (Pick(26)) {
+    switch (Pick(24)) {
       case 0: ScopeConnect(Model(), Number(HALF_PI), Number(9000)); break;
       case 1: if (Pick(6) == 0) ScopeDisconnect(); break;
       case 2: ScopeSetSite(Number(HALF_PI), Number(9000)); break;
@@ -62,8 +62,6 @@ class Caller {
       case 20: AlignmentData(); break;
       case 21: Positions(); break;
       case 22: Status(); break;
-      case 23: Texts(); break;
-      case 24: Calculations(); break;
       default: Settings(); break;
     }
   }
@@ -132,19 +130,6 @@ class Caller {
     ScopeGetAlignmentQuality(Maybe(&misalignment));
     ScopeGetPointingTerms(Maybe(&cone), Maybe(&nonPerp));
     ScopeIsEquatorial();
-  }
-  void Texts() {
-    ScopeChar16 text[SCOPE_TEXT_BUFFER_UNITS];
-    ScopeGetErrorText(static_cast<int32_t>(Pick(500)) - 50, Maybe(text));
-    ScopeGetModelName(static_cast<int32_t>(Pick(16)) - 2, Maybe(text));
-  }
-  void Calculations() {
-    SYSTEMTIME time{static_cast<uint16_t>(Pick(65536)), static_cast<uint16_t>(Pick(14)), 0,
-                    static_cast<uint16_t>(Pick(33)), static_cast<uint16_t>(Pick(25)),
-                    static_cast<uint16_t>(Pick(61)), static_cast<uint16_t>(Pick(61)),
-                    static_cast<uint16_t>(Pick(1001))};
-    ScopeGetSiderealTime(time, Number(14), Number(PI));
-    ScopeAngularSeparation(Number(PI), Number(HALF_PI), Number(PI), Number(HALF_PI));
   }
   void Settings() {
     ScopeSetExtraMode(static_cast<int32_t>(Pick(5)) - 2);

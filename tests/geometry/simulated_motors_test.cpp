@@ -103,6 +103,9 @@ TEST_F(SimulatedMotors, RatesRunFromWhereTheAxisIsAndStopsFreezeIt) {
   clock.Advance(1000);
   EXPECT_NEAR(Position(0), 1.02 - 8 * DEG, 1e-12);
   EXPECT_EQ(mount.axisDirection[0], 1u) << "slews and stops leave the direction";
+  EXPECT_EQ(mount.SlewAxisTo(2, 1.0), InvalidParameter);
+  EXPECT_EQ(mount.SetAxisRate(0, INFINITY), InvalidParameter);
+  EXPECT_EQ(mount.SetAxisPosition(0, NAN), InvalidParameter);
 }
 
 // Targets below the declination axis's range are taken a turn up; the

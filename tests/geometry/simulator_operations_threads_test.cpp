@@ -1,12 +1,9 @@
-// Manual motion handing back to tracking, a tracking start cut short by a
-// GOTO, and disconnecting at any moment, on the two simulators through the
-// C boundary.
+// Manual motion handing back to tracking, and a tracking start cut short
+// by a GOTO, on the two simulators through the C boundary.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
-#include <random>
 
 #include "geometry/altaz_mount.h"
 #include "geometry/simulator_session.h"
@@ -146,70 +143,6 @@ TEST(AltAzSimulator, AGotoRightAfterATrackingStartCancelsTheStart) {
   ASSERT_TRUE(WaitForTracking());
   EXPECT_TRUE(altaz.IsTrackingLoopRunning());
 }
-
-// --- Disconnecting at any moment ------------------------------------------------
-
-class DisconnectAnyMoment : public ::testing::TestWithParam<int32_t> {};
-
-// Starts one kind of work that takes time; every kind meets a backlash
-// take-up where it reverses an axis.
-void StartActivity(int kind) {
-  const double star[4] = {-2 * HOUR, 20 * DEG, 0.3, 0.4};
-  ASSERT_EQ(ScopeSetBacklash(0, 2 * DEG), SCOPE_OK);  // a take-up of 7.5 s
-  ASSERT_EQ(ScopeSetBacklash(1, 0.01), SCOPE_OK);
-  switch (kind) {
-    case 0:
-      ASSERT_EQ(ScopeGotoEquatorial(-4 * HOUR, 10 * DEG), SCOPE_OK);
-      break;
-    case 1:
-      ASSERT_EQ(ScopeGotoAxes(2.0, 0.8), SCOPE_OK);
-      break;
-    case 2:
-      ASSERT_EQ(ScopeMoveAxis(0, 0.01), SCOPE_OK);
-      ASSERT_EQ(ScopeMoveAxis(1, -0.01), SCOPE_OK);
-      break;
-    case 3:
-      ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
-      break;
-    case 4:
-      ASSERT_EQ(ScopeAlignOneStar(star), SCOPE_OK);
-      break;  // starts tracking
-    case 5:
-      ASSERT_EQ(ScopeMoveAxis(0, -SIDEREAL_RATE), SCOPE_OK);
-      break;
-    default:  // a second GOTO takes over from the first
-      ASSERT_EQ(ScopeGotoEquatorial(-1 * HOUR, 0.0), SCOPE_OK);
-      ASSERT_EQ(ScopeGotoAxes(-1.0, 0.3), SCOPE_OK);
-      break;
-  }
-}
-
-TEST_P(DisconnectAnyMoment, EndsEveryActivityPromptly) {
-  const int32_t model = GetParam();
-  std::mt19937 random(20261123u + static_cast<uint32_t>(model));
-  std::uniform_int_distribution<uint32_t> testMs(0, 4000);
-  constexpr int ROUNDS = 42;
-  constexpr int ACTIVITIES = 7;
-  for (int round = 0; round < ROUNDS; ++round) {
-    SCOPED_TRACE(round);
-    SimulatorSession session(model, round % 2 == 0 ? 0.6 : -0.6, 500.0);
-    StartActivity(round % ACTIVITIES);
-    if (round % 3 == 0) StartActivity(static_cast<int>(testMs(random) % ACTIVITIES));
-    // Polled like a host until the random moment of the disconnect.
-    const uint32_t start = Tick(), wait = round < ACTIVITIES ? 0 : testMs(random);
-    ASSERT_TRUE(WaitUntil([&] {
-      MountState();
-      return Tick() - start >= wait;
-    }));
-    const auto took = DisconnectOnceWorkersEnd();
-    // Within the design's waits (3000 ms + 2000 ms of test time), with room
-    // for a loaded machine.
-    EXPECT_LT(took, std::chrono::seconds(5));
-    EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Simulators, DisconnectAnyMoment, BOTH_SIMULATORS, SimulatorName);
 
 }  // namespace
 }  // namespace scopemount
