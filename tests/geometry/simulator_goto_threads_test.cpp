@@ -185,10 +185,17 @@ TEST_P(BothSimulators, AGotoIssuedAtOnceAfterAnotherArrivesAtItsTarget) {
   }
 }
 
-TEST_P(BothSimulators, AxisAndOffsetGotos) {
+TEST_P(BothSimulators, HorizontalAxesAndOffsetGotos) {
   const int32_t model = GetParam();
   SimulatorSession session(model, 0.6, SLEW_SPEED_UP);
   const double tolerance = GotoToleranceOf(model);
+
+  // A horizontal GOTO ends where the horizontal position reads it, and stays.
+  ASSERT_EQ(ScopeGotoHorizontal(-2.0, 40 * DEG), SCOPE_OK);
+  ASSERT_TRUE(WaitForWorkers());
+  WaitTestTime(10000);
+  EXPECT_EQ(MountState(), SCOPE_STATE_IDLE) << "a horizontal GOTO does not track";
+  EXPECT_LE(Separation(HorizontalPosition(), {-2.0, 40 * DEG}), tolerance);
 
   // Axis targets are taken as given, even past half a turn.
   const double far = model == SCOPE_MODEL_ALTAZ_SIMULATOR ? 3.5 : 0.5;

@@ -1,11 +1,15 @@
-// Manual motion handing back to tracking, and a tracking start cut short
-// by a GOTO, on the two simulators through the C boundary.
+// Manual motion handing back to tracking, a tracking start cut short by a
+// GOTO, a one-star alignment and disconnecting at any moment, on the two
+// simulators through the C boundary.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <random>
 
 #include "geometry/altaz_mount.h"
+#include "geometry/askew_model.h"
 #include "geometry/simulator_session.h"
 #include "mount/mount.h"
 
@@ -143,6 +147,85 @@ TEST(AltAzSimulator, AGotoRightAfterATrackingStartCancelsTheStart) {
   ASSERT_TRUE(WaitForTracking());
   EXPECT_TRUE(altaz.IsTrackingLoopRunning());
 }
+
+// --- Alignment and disconnecting ------------------------------------------------
+
+// The one alignment that starts tracking, end to end: the encoders read
+// 1.5 degrees east and 0.7 degrees low of the truth.
+TEST(AltAzSimulator, OneStarAlignmentCorrectsEncoderOffsetsAndStartsTracking) {
+  SimulatorSession session(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, 300.0);
+  const AnglePair offset{1.5 * DEG, -0.7 * DEG};
+  const AnglePair star{-2 * HOUR, 20 * DEG};
+  const AnglePair nominal = SkyToAxes(star);
+  const double observation[4] = {star.lon, star.lat, nominal.lon + offset.lon,
+                                 nominal.lat + offset.lat};
+  ASSERT_EQ(ScopeAlignOneStar(observation), SCOPE_OK);
+  EXPECT_EQ(ScopeGetAlignmentQuality(nullptr), 100);
+  ASSERT_TRUE(WaitForTracking()) << "a one-star alignment starts tracking";
+
+  // A GOTO elsewhere lands where the askew encoders put the star.
+  const AnglePair other{1 * HOUR, 45 * DEG};
+  const uint32_t requested = Tick();
+  ASSERT_EQ(ScopeGotoEquatorial(other.lon, other.lat), SCOPE_OK);
+  ASSERT_TRUE(WaitForTracking());
+  EXPECT_LE(TrackedError(ReadSky(), other, requested), ALTAZ_TOLERANCE);
+  const AnglePair axes = AxisPositions();
+  const AnglePair nominalThere = AxesOf(*Simulator(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6),
+                                        Turned(other, SecondsBetween(requested, Tick())));
+  EXPECT_NEAR(NormalizeAngle(axes.lon - nominalThere.lon), offset.lon, 0.1 * DEG);
+  EXPECT_NEAR(axes.lat - nominalThere.lat, offset.lat, 0.1 * DEG);
+}
+
+class DisconnectAnyMoment : public ::testing::TestWithParam<int32_t> {};
+
+// Starts one kind of work that takes time; every kind meets a backlash
+// take-up (7.5 s on axis 0) where it reverses an axis.
+void StartActivity(int kind) {
+  const double star[4] = {-2 * HOUR, 20 * DEG, 0.3, 0.4};
+  ASSERT_EQ(ScopeSetBacklash(0, 2 * DEG), SCOPE_OK);
+  ASSERT_EQ(ScopeSetBacklash(1, 0.01), SCOPE_OK);
+  switch (kind) {
+    case 0: ASSERT_EQ(ScopeGotoEquatorial(-4 * HOUR, 10 * DEG), SCOPE_OK); break;
+    case 1: ASSERT_EQ(ScopeGotoAxes(2.0, 0.8), SCOPE_OK); break;
+    case 2:
+      ASSERT_EQ(ScopeMoveAxis(0, 0.01), SCOPE_OK);
+      ASSERT_EQ(ScopeMoveAxis(1, -0.01), SCOPE_OK);
+      break;
+    case 3: ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK); break;
+    case 4: ASSERT_EQ(ScopeAlignOneStar(star), SCOPE_OK); break;
+    case 5: ASSERT_EQ(ScopeMoveAxis(0, -SIDEREAL_RATE), SCOPE_OK); break;
+    default:  // a second GOTO takes over from the first
+      ASSERT_EQ(ScopeGotoEquatorial(-1 * HOUR, 0.0), SCOPE_OK);
+      ASSERT_EQ(ScopeGotoAxes(-1.0, 0.3), SCOPE_OK);
+      break;
+  }
+}
+
+TEST_P(DisconnectAnyMoment, EndsEveryActivityPromptly) {
+  const int32_t model = GetParam();
+  std::mt19937 random(20261123u + static_cast<uint32_t>(model));
+  std::uniform_int_distribution<uint32_t> testMs(0, 4000);
+  constexpr int ROUNDS = 42;
+  constexpr int ACTIVITIES = 7;
+  for (int round = 0; round < ROUNDS; ++round) {
+    SCOPED_TRACE(round);
+    SimulatorSession session(model, round % 2 == 0 ? 0.6 : -0.6, 500.0);
+    StartActivity(round % ACTIVITIES);
+    if (round % 3 == 0) StartActivity(static_cast<int>(testMs(random) % ACTIVITIES));
+    // Polled like a host until the random moment of the disconnect.
+    const uint32_t start = Tick(), wait = round < ACTIVITIES ? 0 : testMs(random);
+    ASSERT_TRUE(WaitUntil([&] {
+      MountState();
+      return Tick() - start >= wait;
+    }));
+    // Within the design's waits (3000 ms + 2000 ms of test time), with room
+    // for a loaded machine.
+    EXPECT_LT(DisconnectOnceWorkersEnd(), std::chrono::seconds(5));
+    EXPECT_EQ(ScopeIsEquatorial(), SCOPE_NOT_CONNECTED);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Simulators, DisconnectAnyMoment, BOTH_SIMULATORS, SimulatorName);
 
 }  // namespace
 }  // namespace scopemount
