@@ -107,12 +107,6 @@ uint64_t EmulatedLine::NextArrivalMs() const {
   return incoming_.empty() ? NO_ARRIVAL : incoming_.front().atMs;
 }
 
-void EmulatedLine::InjectFromController(const uint8_t* bytes, size_t count) {
-  if (bytes == nullptr) return;
-  std::lock_guard lock(mutex_);
-  Enqueue(bytes, count, clock_.NowMs(), 0);
-}
-
 std::vector<uint8_t> EmulatedLine::TakeHostBytes() {
   std::lock_guard lock(mutex_);
   std::vector<uint8_t> taken;

@@ -60,9 +60,6 @@ class EmulatedLine {
   // When the next byte arrives (or arrived): NO_ARRIVAL if none is coming.
   uint64_t NextArrivalMs() const;
 
-  // For tests and tools: bytes the controller sends unasked, arriving now
-  // (left-overs of an earlier exchange, line noise).
-  void InjectFromController(const uint8_t* bytes, size_t count);
   // Everything the host has written since the last call.
   std::vector<uint8_t> TakeHostBytes();
   size_t CommandsSeen() const;
