@@ -65,9 +65,13 @@ TEST(Matrix3, RowOperationsProductAndTransform) {
 }
 
 TEST(Matrix3, InvertSucceedsOrLeavesTheMatrixAlone) {
-  Matrix3 swap = Rows({{0, 1, 0}, {1, 0, 0}, {0, 0, 1}});
-  EXPECT_EQ(swap.Invert(), 0) << "pivot search must swap rows 0 and 1";
-  EXPECT_EQ(swap, Rows({{0, 1, 0}, {1, 0, 0}, {0, 0, 1}}));
+  // Pivots found only by a row swap, in the first column and in the second.
+  for (const Matrix3& swap : {Rows({{0, 1, 0}, {1, 0, 0}, {0, 0, 1}}),
+                              Rows({{1, 0, 0}, {0, 0, 1}, {0, 1, 0}})}) {
+    Matrix3 inverse = swap;
+    EXPECT_EQ(inverse.Invert(), 0) << "the pivot search must swap rows";
+    EXPECT_EQ(inverse, swap) << "a swap of two rows is its own inverse";
+  }
   const Matrix3 zeroRow = Rows({{1, 2, 3}, {0, 0, 0}, {4, 5, 6}});
   Matrix3 m = zeroRow;
   EXPECT_EQ(m.Invert(), 1);
