@@ -11,6 +11,7 @@
 #include "platform/port_names.h"
 #include "scopemount.h"
 #include "serial/port_selection.h"
+#include "support/selected_port.h"
 
 namespace scopemount::testing {
 namespace {
@@ -57,12 +58,6 @@ class FakePortDriver final : public platform::BluetoothPortDriver {
   std::vector<BluetoothPortHandle> released;
   BluetoothPortParams lastParams;
 };
-
-std::string PathOf(int32_t port) {
-  char path[platform::MAX_PORT_PATH + 1];
-  EXPECT_TRUE(platform::PortDevicePath(port, path, sizeof path));
-  return path;
-}
 
 // The indexes are tried in order; the first that registers and opens is
 // taken and chosen for the next connection, and every other port that

@@ -7,9 +7,12 @@
 
 #include "platform/language.h"
 #include "platform/port_names.h"
+#include "support/selected_port.h"
 
 namespace scopemount::platform {
 namespace {
+
+using scopemount::testing::PathOf;
 
 TEST(Language, ChineseRegionsAndEverythingElse) {
   EXPECT_EQ(LanguageIdOfLocale("zh_CN.UTF-8"), 0x0804);
@@ -46,11 +49,6 @@ TEST(Language, FirstNonEmptyVariableWinsOnEveryCall) {
       unsetenv(names[i]);
     }
   }
-}
-
-std::string PathOf(int32_t port) {
-  char buffer[MAX_PORT_PATH + 1];
-  return PortDevicePath(port, buffer, sizeof buffer) ? buffer : "<none>";
 }
 
 TEST(PortNames, BoundPathElseTheNumberedSerialDevice) {

@@ -3,11 +3,18 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "platform/port_names.h"
 #include "serial/port_selection.h"
 
 namespace scopemount::testing {
+
+// The device path a port number opens, or "<none>" for a number without one.
+inline std::string PathOf(int32_t port) {
+  char path[platform::MAX_PORT_PATH + 1];
+  return platform::PortDevicePath(port, path, sizeof path) ? path : "<none>";
+}
 
 class SelectedPort {
  public:

@@ -11,15 +11,12 @@
 #include "platform/serial_device.h"
 #include "platform/thread.h"
 #include "support/fast_clock.h"
+#include "support/selected_port.h"
 
 namespace scopemount::platform {
 namespace {
 
-std::string PathOf(int32_t port) {
-  char buffer[MAX_PORT_PATH + 1];
-  if (!PortDevicePath(port, buffer, sizeof buffer)) return "<none>";
-  return buffer;
-}
+using scopemount::testing::PathOf;
 
 TEST(WindowsPortNames, ComNamesAndTheDeviceNamespaceFromTen) {
   EXPECT_EQ(PathOf(0), "COM0");
