@@ -131,7 +131,9 @@ int32_t AltAzTracking::Start(uint32_t request) {
   idle_.Reset();
   ++startsRequested_;
   if (!mount_.StartWorker(&Starter, this, request, platform::ThreadPriority::Highest)) {
-    ++startersRun_;  // this request will have no starter
+    // This request will have no starter.
+    ++startersRun_;
+    ++startersDone_;
     SignalIdleUnlessRunning();
   }
   return Ok;
@@ -168,6 +170,12 @@ uint32_t AltAzTracking::Starter(void* parameter, uint32_t request) {
   Mount& mount = tracking.mount_;
   WorkerReference reference(mount);
   const uint32_t ticket = ++tracking.startersRun_;
+  // Counted on every way out: until then a StopTracking halts, and this
+  // starter gives up on seeing the halt.
+  struct Done {
+    std::atomic<uint32_t>& count;
+    ~Done() { ++count; }
+  } done{tracking.startersDone_};
   if (tracking.StartCancelled(ticket, request)) {
     tracking.SignalIdleUnlessRunning();
     return Ok;

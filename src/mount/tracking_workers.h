@@ -66,10 +66,10 @@ class AltAzTracking {
   void Halt();
   // True while a loop thread runs.
   bool IsRunning() const { return loopRunning_ == 1; }
-  // True also while a start waits for its starter thread: a halt then has
-  // something to cancel.
+  // True also from a start until its starter thread has ended: a halt then
+  // has something to cancel, also while the starter anchors.
   bool IsStartingOrRunning() const {
-    return loopRunning_ == 1 || startsRequested_ != startersRun_;
+    return loopRunning_ == 1 || startsRequested_ != startersDone_;
   }
 
   // One cycle of the loop: compute both rates, take up backlash where a
@@ -104,6 +104,8 @@ class AltAzTracking {
   // requests.
   std::atomic<uint32_t> startsRequested_{0};
   std::atomic<uint32_t> startersRun_{0};
+  // Starters that have ended; a loop they started is running by then.
+  std::atomic<uint32_t> startersDone_{0};
   std::atomic<uint32_t> haltedAfter_{0};
   // Halts waiting for the loop right now: a starter that runs meanwhile
   // (from a slew finishing on another thread) gives up, so the halt never

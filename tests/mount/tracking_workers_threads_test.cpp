@@ -254,6 +254,20 @@ TEST_F(Tracking, AltAzFailedReadsAndRatesSkipOnlyTheirCycle) {
   }
 }
 
+// Tracking turned off while the starter anchors (it has already counted
+// itself run, the loop does not exist yet) stays off.
+TEST_F(Tracking, AltAzTrackingTurnedOffWhileItsStarterAnchorsStaysOff) {
+  Make(Geometry::AltAz, 100.0);
+  mount->HoldPositionReads(true);
+  ASSERT_EQ(mount->SetTracking(1), Ok);
+  ASSERT_TRUE(WaitUntil([this] { return mount->ReadsHeld() > 0; }));
+  ASSERT_EQ(mount->SetTracking(0), Ok);
+  mount->HoldPositionReads(false);
+  ASSERT_TRUE(WaitUntil([this] { return WorkersGone(); })) << "the loop started after all";
+  EXPECT_FALSE(mount->IsTrackingLoopRunning());
+  EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
+}
+
 TEST_F(Tracking, AltAzTakeUpRetriesTheRateThreeTimesThenTracksOn) {
   Make(Geometry::AltAz, 100.0);
   mount->FailRateCommands(PrepareReversal(300), 1, 1000);  // the take-up runs, no rate after it does
