@@ -98,8 +98,7 @@ int32_t EquatorialMount::SkyToAxes(AnglePair* sky, AnglePair* axes, int applyTer
   }
   if (applyTerms != 0) {
     const double second = out.lat;
-    out.lon = NormalizeAngle(
-        out.lon - (model.coneError / std::cos(second) + model.nonPerpError * std::tan(second)));
+    out.lon = NormalizeAngle(out.lon - AxisZeroTermOffset(model, second));
     out.lat = NormalizeAngle(second - model.indexError);
   }
   if (out.lat < MIN_DECLINATION_AXIS_ANGLE) out.lat += TWO_PI;

@@ -11,16 +11,6 @@
 
 namespace scopemount {
 
-namespace {
-
-// Axis-angle correction of the cone and non-perpendicularity terms at a
-// given axis-1 angle; one cosine and one tangent.
-double AxisZeroTermOffset(const PointingConversion& model, double axis1) {
-  return model.coneError / std::cos(axis1) + model.nonPerpError * std::tan(axis1);
-}
-
-}  // namespace
-
 Mount::Mount() { Mount::ResetTransform(); }
 
 Mount::~Mount() { WaitForWorkerIdle(); }

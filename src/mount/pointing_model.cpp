@@ -1,8 +1,13 @@
 #include "mount/pointing_model.h"
 
+#include <cmath>
 #include <thread>
 
 namespace scopemount {
+
+double AxisZeroTermOffset(double coneError, double nonPerpError, double axis1) {
+  return coneError / std::cos(axis1) + nonPerpError * std::tan(axis1);
+}
 
 namespace {
 

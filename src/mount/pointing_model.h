@@ -32,6 +32,14 @@ struct PointingConversion {
 
 enum class ConversionDirection { SkyToAxes, AxesToSky };
 
+// What the cone and non-perpendicularity terms add to the axis-0 angle at
+// an axis-1 angle: conversions to the axes subtract it, conversions from
+// them add it. One cosine and one tangent.
+double AxisZeroTermOffset(double coneError, double nonPerpError, double axis1);
+inline double AxisZeroTermOffset(const PointingConversion& model, double axis1) {
+  return AxisZeroTermOffset(model.coneError, model.nonPerpError, axis1);
+}
+
 class PointingModel {
  public:
   PointingModel();

@@ -27,7 +27,7 @@ void CheckOperands(FaultWatch& watch, const StarObservation& o) {
 // The axis-0 angle with the cone and non-perpendicularity terms applied, at
 // an axis-1 angle already corrected by the index term.
 double CorrectedAxisZero(const PointingSnapshot& terms, double axis0, double axis1) {
-  return axis0 + terms.coneError / std::cos(axis1) + terms.nonPerpError * std::tan(axis1);
+  return axis0 + AxisZeroTermOffset(terms.coneError, terms.nonPerpError, axis1);
 }
 
 double CosineOfSeparation(const AnglePair& a, const AnglePair& b) {
