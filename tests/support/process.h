@@ -2,6 +2,7 @@
 // pseudo-terminal (a user's terminal: its width, keys typed, Ctrl-C).
 #pragma once
 
+#include <spawn.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -56,6 +57,9 @@ class ChildProcess {
   ProcessResult RunToEnd(const std::string& input, const std::string& interruptWhenSeen);
 
  private:
+  bool OpenPipes(posix_spawn_file_actions_t& actions, std::vector<int>& programEnds);
+  bool OpenTerminal(unsigned short columns, posix_spawn_file_actions_t& actions,
+                    posix_spawnattr_t& attributes);
   void CloseOutputs();
   // Reads what either output has, waiting at most `timeoutMs`. False once
   // both are closed.
