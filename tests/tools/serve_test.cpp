@@ -235,31 +235,31 @@ TEST(Serve, FiftyClientsServedAtOnceAndRegularlyUntilCtrlCClosesThem) {
 
 // Where a star stands in the client's frame.
 struct StarPlace {
-  const sky::Star* star;
+  const char* name;
   double rightAscension, declination;
 };
 
-// Bright stars comfortably up at the test site now.
-std::vector<StarPlace> StarsUp(const std::string& equinox) {
+double Separation(const StarPlace& star, const pp::CurrentPosition& position) {
+  return ScopeAngularSeparation(star.rightAscension, star.declination,
+                                pp::RightAscensionRadians(position.rightAscension),
+                                pp::DeclinationRadians(position.declination));
+}
+
+// Bright stars comfortably up at the test site now, nearest to `here` first.
+std::vector<StarPlace> StarsUp(bool j2000, const pp::CurrentPosition& here) {
   const sky::Site site{51.4769 / sky::DEGREES_PER_RADIAN, -0.0005 / sky::DEGREES_PER_RADIAN, 46};
   std::vector<StarPlace> up;
   for (const sky::Star& star : sky::BrightStars()) {
     const auto place = sky::Observe(star, site, sky::UtcNow());
     const double altitude = place ? place->altitude * sky::DEGREES_PER_RADIAN : -90;
     if (altitude < 25 || altitude > 70) continue;
-    if (equinox == "j2000") {
-      up.push_back({&star, star.rightAscension, star.declination});
-    } else {
-      up.push_back({&star, place->rightAscension, place->declination});
-    }
+    up.push_back({star.name, j2000 ? star.rightAscension : place->rightAscension,
+                  j2000 ? star.declination : place->declination});
   }
+  std::sort(up.begin(), up.end(), [&](const StarPlace& a, const StarPlace& b) {
+    return Separation(a, here) < Separation(b, here);
+  });
   return up;
-}
-
-double Separation(const StarPlace& star, const pp::CurrentPosition& position) {
-  return ScopeAngularSeparation(star.rightAscension, star.declination,
-                                pp::RightAscensionRadians(position.rightAscension),
-                                pp::DeclinationRadians(position.declination));
 }
 
 // A Goto to a star's place comes back as the same place once the mount is
@@ -275,33 +275,27 @@ TEST(Serve, GotoComesBackAsTheSamePlaceInTheClientsFrame) {
     Client client(serve.port);
     const auto here = client.Next();
     ASSERT_TRUE(here);
-    // The star nearest to where the mount points keeps the real-time slew
-    // short; away from the pole, where the simulator starts, so a wrong
-    // frame or right ascension shows in full.
-    std::vector<StarPlace> up = StarsUp(equinox);
-    std::sort(up.begin(), up.end(), [&](const StarPlace& a, const StarPlace& b) {
-      return Separation(a, *here) < Separation(b, *here);
-    });
-    const auto away = std::find_if(up.begin(), up.end(), [](const StarPlace& s) {
+    // The nearest star keeps the real-time slew short; away from the pole,
+    // where the simulator starts, a wrong frame or right ascension shows in
+    // full. The replaced GOTO heads for the farthest, so it is still under
+    // way when the second one comes.
+    const std::vector<StarPlace> up = StarsUp(equinox == "j2000", *here);
+    const auto target = std::find_if(up.begin(), up.end(), [](const StarPlace& s) {
       return std::fabs(s.declination) < 60.0 / sky::DEGREES_PER_RADIAN;
     });
-    ASSERT_TRUE(up.size() >= 2 && away != up.end()) << "bright stars up at the test site";
-    const StarPlace& target = *away;
-    // The replaced GOTO heads for the farthest star, so it is still under
-    // way when the second one comes (a short one could arrive first).
-    const StarPlace& replaced = away == up.end() - 1 ? up[up.size() - 2] : up.back();
+    ASSERT_TRUE(up.size() >= 2 && target != up.end()) << "bright stars up at the test site";
+    const StarPlace& replaced = target == up.end() - 1 ? up[up.size() - 2] : up.back();
     ASSERT_TRUE(client.Send(GotoBytes(replaced.rightAscension, replaced.declination)));
     const auto drain = [&client] { client.Drain(); };
     ASSERT_TRUE(serve.process->WaitForText("GOTO started", EVENT, drain)) << serve.process->out();
-    ASSERT_TRUE(client.Send(GotoBytes(target.rightAscension, target.declination)));
+    ASSERT_TRUE(client.Send(GotoBytes(target->rightAscension, target->declination)));
     ASSERT_TRUE(serve.process->WaitForText("GOTO arrived", 300s, drain)) << serve.process->out();
     client.Drain();
     const auto there = client.Next();
     ASSERT_TRUE(there);
-    EXPECT_LT(Separation(target, *there), ARRIVED)
-        << target.star->name << " off by "
-        << Separation(target, *there) * sky::DEGREES_PER_RADIAN * 3600 << "\"\n"
-        << serve.process->out();
+    EXPECT_LT(Separation(*target, *there), ARRIVED)
+        << target->name << " off by " << Separation(*target, *there) * sky::DEGREES_PER_RADIAN * 3600
+        << "\"\n" << serve.process->out();
     EXPECT_EQ(Occurrences(serve.process->out(), "GOTO started"), 2u);
     EXPECT_EQ(Occurrences(serve.process->out(), "GOTO arrived"), 1u) << "the first GOTO was replaced";
   }
