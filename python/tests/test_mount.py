@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import math
 import time
 
 import pytest
@@ -87,8 +86,6 @@ def test_refused_connections_and_closed_mount_raise() -> None:
     "call, error",
     [
         (lambda m: m.goto_horizontal(10.0, -20.0), scopemount.TargetTooLow),
-        (lambda m: m.goto_axes(math.nan, 1.0), scopemount.InvalidParameter),
-        (lambda m: m.move(2, 1.0), scopemount.InvalidParameter),
         (lambda m: m.set_backlash(0, 5.0), scopemount.InvalidParameter),
         (lambda m: m.goto_equatorial(ra_hours=25.0, dec_deg=0.0), scopemount.InvalidParameter),
         (lambda m: m.goto_equatorial(dec_deg=0.0), scopemount.InvalidParameter),

@@ -2,6 +2,7 @@
 // what is left behind, over a replaced port driver.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string>
@@ -42,20 +43,15 @@ class FakePortDriver final : public platform::BluetoothPortDriver {
   }
 
   int32_t ReleasePort(BluetoothPortHandle handle) override {
-    for (auto it = live.begin(); it != live.end(); ++it) {
-      if (*it == handle) {
-        live.erase(it);
-        released.push_back(handle);
-        return static_cast<int32_t>(handle - HANDLE_BASE);
-      }
-    }
-    return -1;
+    const auto it = std::find(live.begin(), live.end(), handle);
+    if (it == live.end()) return -1;
+    live.erase(it);
+    return static_cast<int32_t>(handle - HANDLE_BASE);
   }
 
   std::array<std::string, 10> paths;
   std::vector<int32_t> indexes;
   std::vector<BluetoothPortHandle> live;
-  std::vector<BluetoothPortHandle> released;
   BluetoothPortParams lastParams;
 };
 

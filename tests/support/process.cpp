@@ -59,53 +59,43 @@ std::vector<std::string> LaunchedCommand(const std::string& program) {
   return command;
 }
 
-// The test's ends of the program's streams, and the program's ends, which
-// the test closes once it has started.
-struct Streams {
-  int in = -1, out = -1, err = -1;
-  std::vector<int> programEnds;
-  std::string error;
-};
+}  // namespace
 
-Streams Failure() {
-  Streams failed;
-  failed.error = std::strerror(errno);
-  return failed;
-}
-
-// Pipes, which become the program's standard input, output and error.
-Streams Pipes(posix_spawn_file_actions_t& actions) {
+// Pipes, which become the program's standard input, output and error; the
+// program's ends go to `programEnds`, closed once it has started.
+bool ChildProcess::OpenPipes(posix_spawn_file_actions_t& actions, std::vector<int>& programEnds) {
   int in[2], out[2], err[2];
   if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
-    return Failure();
+    return false;
   }
   posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-  return {in[1], out[0], err[0], {in[0], out[1], err[1]}, ""};
+  programEnds = {in[0], out[1], err[1]};
+  in_ = in[1];
+  out_ = out[0];
+  err_ = err[0];
+  return true;
 }
 
 // A pseudo-terminal, which the program opens as its controlling terminal in
 // a session of its own, so that Ctrl-C typed there interrupts it.
-Streams Terminal(unsigned short columns, posix_spawn_file_actions_t& actions,
-                 posix_spawnattr_t& attributes) {
-  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+bool ChildProcess::OpenTerminal(unsigned short columns, posix_spawn_file_actions_t& actions,
+                                posix_spawnattr_t& attributes) {
+  out_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
   char path[128];
   const winsize size{TERMINAL_ROWS, columns, 0, 0};
-  if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0 ||
-      ptsname_r(terminal, path, sizeof path) != 0 || ioctl(terminal, TIOCSWINSZ, &size) != 0) {
-    const Streams failed = Failure();
-    if (terminal >= 0) close(terminal);
-    return failed;
+  if (out_ < 0 || grantpt(out_) != 0 || unlockpt(out_) != 0 ||
+      ptsname_r(out_, path, sizeof path) != 0 || ioctl(out_, TIOCSWINSZ, &size) != 0) {
+    return false;
   }
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, path, O_RDWR, 0);
   posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDERR_FILENO);
-  return {fcntl(terminal, F_DUPFD_CLOEXEC, 0), terminal, -1, {}, ""};
+  in_ = fcntl(out_, F_DUPFD_CLOEXEC, 0);
+  return in_ >= 0;
 }
-
-}  // namespace
 
 ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
                            const std::vector<std::string>& environment,
@@ -114,8 +104,9 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
   posix_spawnattr_t attributes;
   posix_spawn_file_actions_init(&actions);
   posix_spawnattr_init(&attributes);
-  const Streams streams =
-      terminalColumns > 0 ? Terminal(terminalColumns, actions, attributes) : Pipes(actions);
+  std::vector<int> programEnds;
+  const bool ready = terminalColumns > 0 ? OpenTerminal(terminalColumns, actions, attributes)
+                                         : OpenPipes(actions, programEnds);
   const std::vector<std::string> command = LaunchedCommand(program);
   std::vector<char*> argv = Pointers(arguments);
   const std::vector<char*> launch = Pointers(command);
@@ -126,18 +117,13 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
   envp.push_back(nullptr);
 
   const int spawned =
-      streams.error.empty()
-          ? posix_spawnp(&pid_, argv[0], &actions, &attributes, argv.data(), envp.data())
-          : -1;
+      ready ? posix_spawnp(&pid_, argv[0], &actions, &attributes, argv.data(), envp.data()) : errno;
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
-  for (int fd : streams.programEnds) close(fd);
-  in_ = streams.in;
-  out_ = streams.out;
-  err_ = streams.err;
+  for (int fd : programEnds) close(fd);
   if (spawned != 0) {
     pid_ = -1;
-    collected_[1] = spawned > 0 ? std::strerror(spawned) : streams.error;
+    collected_[1] = std::strerror(spawned);
     CloseInput();
     CloseOutputs();
   }

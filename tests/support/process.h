@@ -2,6 +2,7 @@
 // pseudo-terminal (a user's terminal: its width, keys typed, Ctrl-C).
 #pragma once
 
+#include <spawn.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -17,11 +18,10 @@ struct ProcessResult {
   std::string err;      // standard error (or why the program did not start)
 };
 
-// A running program; extra environment entries ("NAME=value") come before
-// the current ones. With `terminalColumns` > 0 it runs on a pseudo-terminal
-// that wide, as its controlling terminal, and everything it writes arrives
-// in out(). The destructor closes the streams and reaps the program,
-// killing it if it has not ended shortly after its input closed.
+// A running program; extra environment entries ("NAME=value") come first.
+// With `terminalColumns` > 0 it runs on a pseudo-terminal that wide, and all
+// it writes arrives in out(). The destructor closes the streams and reaps
+// the program, killed if it has not ended shortly after.
 class ChildProcess {
  public:
   ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
@@ -37,16 +37,14 @@ class ChildProcess {
   void Interrupt();  // SIGINT, as from Ctrl-C
   // The terminal's new width; the program gets SIGWINCH.
   void Resize(unsigned short columns);
-  // While the program runs beside the test: collects its output until
-  // `done` holds for the standard output so far, calling `meanwhile`
-  // between looks (to serve the test's own sockets). False if the deadline
-  // passed or the program closed its output first.
+  // Collects the output until `done` holds for the standard output so far,
+  // calling `meanwhile` between looks (to serve the test's own sockets).
+  // False if the deadline passed or the output closed first.
   bool WaitFor(const std::function<bool(const std::string& out)>& done,
                std::chrono::milliseconds deadline, const std::function<void()>& meanwhile = {});
   bool WaitForText(const std::string& text, std::chrono::milliseconds deadline,
                    const std::function<void()>& meanwhile = {});
-  // Waits at most `deadline` for the end, collecting the output; the exit
-  // code, or -1 (still running, or it did not exit normally).
+  // The exit code once it ended within `deadline`, or -1.
   int WaitForExit(std::chrono::milliseconds deadline);
   // What was collected so far.
   const std::string& out() const { return collected_[0]; }
@@ -56,12 +54,13 @@ class ChildProcess {
   ProcessResult RunToEnd(const std::string& input, const std::string& interruptWhenSeen);
 
  private:
+  bool OpenPipes(posix_spawn_file_actions_t& actions, std::vector<int>& programEnds);
+  bool OpenTerminal(unsigned short columns, posix_spawn_file_actions_t& actions,
+                    posix_spawnattr_t& attributes);
   void CloseOutputs();
-  // Reads what either output has, waiting at most `timeoutMs`. False once
-  // both are closed.
+  // Reads what either output has within `timeoutMs`; false once both closed.
   bool Collect(int timeoutMs);
-  // Reaps the program if it has ended (or, with 0, once it has); true once
-  // it has.
+  // True once the program is reaped (waitpid `options`).
   bool Reaped(int options);
 
   pid_t pid_ = -1;

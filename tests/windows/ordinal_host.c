@@ -1,23 +1,13 @@
 /*
  * A host of scopemount the way a Windows application binds it: the library
- * is loaded at run time and every function is found by its ordinal alone
- * (GetProcAddress with MAKEINTRESOURCE). The same source builds on Linux,
- * where the functions are found by name, so both builds can dump what must
- * be byte-identical between them.
+ * loaded at run time, every function found by its ordinal alone. On Linux
+ * the same source finds them by name, so both builds can dump what must be
+ * byte-identical between them (result codes, alignment record, UTF-16 texts).
  *
- *   ordinal_host <library> [dump-file]
- *   ordinal_host <library> --serial <port> <model>
+ *   ordinal_host <library> [dump-file]      both simulators through the table
+ *   ordinal_host <library> --serial <port> <model>   a hardware model on a port
  *
- * It checks that every ordinal resolves, then drives both simulators
- * through the table: connect, a GOTO to arrival, tracking, a move and a
- * stop, an alignment record saved and restored, every text in the three
- * languages, and a disconnect in the middle of a slew. The dump file gets
- * the checked result codes, the 200-byte record and the UTF-16 texts.
  * Exit status 0 when every check held.
- *
- * With --serial it drives a hardware model instead, through serial port
- * <port> (an emulated controller behind it): connect, read the axes, move
- * and stop an axis, a short GOTO, disconnect.
  */
 #ifndef _WIN32
 #define _POSIX_C_SOURCE 200112L
