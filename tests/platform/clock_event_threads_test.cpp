@@ -26,7 +26,8 @@ TEST(Clock, FastClockRunsAheadAndTickWraps) {
   const auto wall = std::chrono::steady_clock::now() - wallStart;
   const uint32_t elapsed = TickCount() - before;  // unsigned difference across the wrap
   EXPECT_GE(elapsed, 2000u) << "a sleep never ends early on its own clock";
-  EXPECT_LT(elapsed, 2000u + 3000u) << "nor far too late (slack for a slow, sanitised run)";
+  // Slack for a loaded, sanitised run: 200 ms of wall time at this speed.
+  EXPECT_LT(elapsed, 2000u + 20000u) << "nor ten times too late";
   EXPECT_LT(TickCount(), before) << "the 32-bit tick wrapped";
   EXPECT_LT(wall, std::chrono::milliseconds(1000)) << "2 s of test clock cost under a second";
 }
@@ -56,7 +57,7 @@ TEST(Event, TimedWaitsWakeInOrderAndOnTime) {
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(results[i], WaitResult::TimedOut) << i;
     EXPECT_GE(waited[i], timeouts[i]) << "waited its full time " << i;
-    EXPECT_LT(waited[i], timeouts[i] + 1000) << "and woke soon after " << i;
+    EXPECT_LT(waited[i], timeouts[i] + 3000) << "and woke soon after " << i;
   }
 }
 
