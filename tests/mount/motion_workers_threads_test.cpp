@@ -52,6 +52,14 @@ TEST_F(MotionWorkers, EquatorialGotoChasesTheSkyThenTracks) {
   ASSERT_GE(axis0.size(), 2u) << "a second pass catches up with the sky";
   EXPECT_LE(axis0.size(), static_cast<size_t>(SLEW_PASS_COUNT));
   EXPECT_GT(axis0[1].value, axis0[0].value) << "each pass aims where the sky has turned to";
+  // The first pass leads the sky by the 2 s lead time (plus the few ms before
+  // it was commanded), 2 degrees past the target as its move is negative.
+  const auto firstPassAt = [&](double seconds) {
+    return AxesOf(*mount, {target.lon + seconds * SIDEREAL_RATE, target.lat}).lon - 2 * DEG;
+  };
+  const double commandedAfter = (axis0[0].tick - requested) / 1000.0;
+  EXPECT_GE(axis0[0].value, firstPassAt(2.0) - 1e-12) << "no lead";
+  EXPECT_LE(axis0[0].value, firstPassAt(2.0 + commandedAfter) + 1e-12);
   // Arrived where the target stood when the last pass ended, give or take
   // the tracking since.
   AnglePair sky;
