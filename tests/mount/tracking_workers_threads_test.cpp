@@ -15,10 +15,6 @@ namespace {
 
 using namespace testing;
 
-std::vector<CommandRecord> Rates(const TestMount& mount, uint32_t axis, size_t from = 0) {
-  return mount.Commands(Command::SetRate, axis, from);
-}
-
 // The sky's own rates on the axes at `axes`, from the nominal geometry
 // (a central difference over two seconds), not the loop's closed form.
 AxisRates SkyRatesAt(TestMount& mount, AnglePair axes) {
@@ -39,7 +35,7 @@ class Tracking : public testing::TestMountTest {
     mount->aligned = 1;
     mount->PlaceAxes(axes.lon, axes.lat);
     ASSERT_EQ(mount->SetTracking(1), Ok);
-    ASSERT_TRUE(WaitUntil([&] { return Rates(*mount, 0).size() >= rates; }));
+    ASSERT_TRUE(WaitForRates(0, rates));
   }
   // Tracking here reverses the axis, which takes up `backlashMs` first:
   // equatorial axis 0 ran negative; at Alt/Az (1.0, 0.7) the altitude rate
@@ -100,10 +96,10 @@ TEST_F(Tracking, EquatorialTrackingWaitsForARunningSlewWithinItsTimeOut) {
 TEST_F(Tracking, EquatorialTrackingLeavesAnAxisThatAMotionOwns) {
   Make(Geometry::Equatorial, 20.0);
   ASSERT_EQ(mount->MoveAxis(0, 0.01), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return !Rates(*mount, 0).empty() && WorkersGone(); }));
+  ASSERT_TRUE(WaitUntil([this] { return !Rates(0).empty() && WorkersGone(); }));
   ASSERT_EQ(mount->SetTracking(1), Ok);
   ASSERT_TRUE(WaitUntil([this] { return mount->workerStarts == 2 && WorkersGone(); }));
-  EXPECT_EQ(Rates(*mount, 0).size(), 1u) << "no tracking rate over the manual one";
+  EXPECT_EQ(Rates(0).size(), 1u) << "no tracking rate over the manual one";
   EXPECT_EQ(MountStatus(*mount), STATE_MOVING);
 }
 
@@ -134,7 +130,7 @@ TEST_F(Tracking, RateThatCannotBeSetLeavesTrackingOff) {
     EXPECT_TRUE(mount->workerIdleEvent.IsSignalled()) << "the axes were handed back";
     EXPECT_FALSE(mount->IsTrackingLoopRunning());
     ASSERT_EQ(mount->SetTracking(1), Ok);
-    ASSERT_TRUE(WaitUntil([this] { return MountStatus(*mount) == STATE_TRACKING; }));
+    ASSERT_TRUE(WaitUntil([this] { return IsTracking(); }));
   }
 }
 
@@ -144,7 +140,7 @@ TEST_F(Tracking, UnalignedAltAzLoopTakesUpOnceThenSetsTheSkyRatesEveryTenSeconds
   Make(Geometry::AltAz, 100.0);
   PrepareReversal(300);
   ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 0).size() >= 3; }));
+  ASSERT_TRUE(WaitForRates(0, 3));
   EXPECT_TRUE(mount->IsTrackingLoopRunning());
   EXPECT_EQ(MountStatus(*mount), STATE_TRACKING);
   const std::vector<CommandRecord> all = mount->Commands();
@@ -156,7 +152,7 @@ TEST_F(Tracking, UnalignedAltAzLoopTakesUpOnceThenSetsTheSkyRatesEveryTenSeconds
   EXPECT_NEAR(all[3].value, expected.axis0, 1e-12);
   EXPECT_EQ(all[3].axis, 0u);
   EXPECT_EQ(mount->Commands(Command::Stop).size(), 1u) << "later cycles do not stop the axis";
-  const std::vector<CommandRecord> rates0 = Rates(*mount, 0);
+  const std::vector<CommandRecord> rates0 = Rates(0);
   for (size_t i = 1; i < 3; ++i) {
     const uint32_t period = rates0[i].tick - rates0[i - 1].tick;
     EXPECT_GE(period, UNALIGNED_TRACKING_PERIOD_MS);
@@ -177,7 +173,7 @@ TEST_F(Tracking, UnalignedAltAzLoopTakesUpOnceThenSetsTheSkyRatesEveryTenSeconds
 // ahead of it is damped, never reversed; a larger move re-anchors.
 TEST_F(Tracking, AlignedAltAzLoopHoldsTheStarDampsAPushAndReAnchorsAfterAMove) {
   ASSERT_NO_FATAL_FAILURE(TrackAligned({2.0, 0.8}, 5));
-  const std::vector<CommandRecord> rates0 = Rates(*mount, 0);
+  const std::vector<CommandRecord> rates0 = Rates(0);
   for (size_t i = 2; i < rates0.size(); ++i) {
     EXPECT_GE(rates0[i].tick - rates0[i - 1].tick, ALIGNED_TRACKING_PERIOD_MS);
   }
@@ -192,8 +188,8 @@ TEST_F(Tracking, AlignedAltAzLoopHoldsTheStarDampsAPushAndReAnchorsAfterAMove) {
   mount->PlaceAxes(mount->TrueAngle(0) + direction * 2 * DEG, mount->TrueAngle(1));
   size_t from = mount->CommandCount();
   // The first rate after the push may come from a cycle that read before it.
-  ASSERT_TRUE(WaitUntil([&] { return Rates(*mount, 0, from).size() >= 2; }));
-  const CommandRecord damped = Rates(*mount, 0, from)[1];
+  ASSERT_TRUE(WaitForRates(0, 2, from));
+  const CommandRecord damped = Rates(0, from)[1];
   // The star's own axis-0 rate at that moment, from the anchor.
   const auto axisZeroAt = [&](uint32_t ms) {
     return AxesOf(*mount, AnchorTurned(ms / 1000.0)).lon;
@@ -208,8 +204,8 @@ TEST_F(Tracking, AlignedAltAzLoopHoldsTheStarDampsAPushAndReAnchorsAfterAMove) {
   // Moved underneath the loop by 10 degrees (a hand on the tube).
   mount->PlaceAxes(2.0 + 10 * DEG, 0.8);
   from = mount->CommandCount();
-  ASSERT_TRUE(WaitUntil([&] { return Rates(*mount, 0, from).size() >= 2; }));
-  EXPECT_LT(std::fabs(Rates(*mount, 0, from)[1].value), 3 * SIDEREAL_RATE)
+  ASSERT_TRUE(WaitForRates(0, 2, from));
+  EXPECT_LT(std::fabs(Rates(0, from)[1].value), 3 * SIDEREAL_RATE)
       << "no slew back to the old place";
   EXPECT_NEAR(AxesOf(*mount, AnchorTurned(0.0)).lon, 2.0 + 10 * DEG, 0.01)
       << "tracking goes on from the new place";
@@ -218,7 +214,7 @@ TEST_F(Tracking, AlignedAltAzLoopHoldsTheStarDampsAPushAndReAnchorsAfterAMove) {
 TEST_F(Tracking, AzimuthCrossingTheSeamKeepsASmallRateOfTheSameSign) {
   // Just east of due south, a star about to transit moves toward +-pi.
   ASSERT_NO_FATAL_FAILURE(TrackAligned({PI - 2e-4, 40 * DEG}, 1));
-  const double rate = Rates(*mount, 0)[0].value;
+  const double rate = Rates(0)[0].value;
   EXPECT_GT(rate, 0.0);
   EXPECT_LT(rate, 3 * SIDEREAL_RATE);
 }
@@ -247,8 +243,8 @@ TEST_F(Tracking, AltAzFailedReadsAndRatesSkipOnlyTheirCycle) {
     mount->FailPositionReads(c.failingReadAxis, c.readFailures);
     const uint32_t started = platform::TickCount();
     ASSERT_EQ(mount->SetTracking(1), Ok);
-    ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 1).size() >= 2; }));
-    EXPECT_GE(Rates(*mount, 1)[0].tick - started, c.minFirstRateMs);
+    ASSERT_TRUE(WaitForRates(1, 2));
+    EXPECT_GE(Rates(1)[0].tick - started, c.minFirstRateMs);
     EXPECT_TRUE(mount->IsTrackingLoopRunning()) << "the loop goes on";
     EXPECT_EQ(MountStatus(*mount), STATE_TRACKING);
   }
@@ -272,8 +268,7 @@ TEST_F(Tracking, AltAzTakeUpRetriesTheRateThreeTimesThenTracksOn) {
   Make(Geometry::AltAz, 100.0);
   mount->FailRateCommands(PrepareReversal(300), 1, 1000);  // the take-up runs, no rate after it does
   ASSERT_EQ(mount->SetTracking(1), Ok);
-  ASSERT_TRUE(WaitUntil([this] { return Rates(*mount, 0).size() >= 2; }))
-      << "the loop neither hangs in the take-up nor ends";
+  ASSERT_TRUE(WaitForRates(0, 2)) << "the loop neither hangs in the take-up nor ends";
   // Failed rate commands are recorded too.
   const std::vector<CommandRecord> rates = mount->Commands(Command::SetRate);
   const auto onAxis0 = [](const CommandRecord& r) { return r.axis == 0; };

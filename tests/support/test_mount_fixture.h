@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <vector>
 
 #include "support/fast_clock.h"
 #include "support/test_mount.h"
@@ -31,6 +32,15 @@ class TestMountTest : public ::testing::Test {
   void TearDown() override { Release(); }
   // No worker thread holds the mount any more.
   bool WorkersGone() const { return mount->References() == 1; }
+  bool IsTracking() const { return MountStatus(*mount) == STATE_TRACKING; }
+  // The rate commands on `axis` from the `from`th command on.
+  std::vector<CommandRecord> Rates(uint32_t axis, size_t from = 0) const {
+    return mount->Commands(Command::SetRate, axis, from);
+  }
+  // Waits until at least `count` of them have come.
+  bool WaitForRates(uint32_t axis, size_t count, size_t from = 0) const {
+    return WaitUntil([&] { return Rates(axis, from).size() >= count; });
+  }
 
   std::unique_ptr<ScopedFastClock> fast;
   OwnedMount<TestMount> mount;
