@@ -72,6 +72,12 @@ TEST(Sky, BrightStarsStandWhereAnIndependentCatalogueAndCodePutThem) {
         arcseconds(place->rightAscension, place->declination, c.raOfDate, c.decOfDate);
     EXPECT_LT(off, 1.0) << c.star;
     EXPECT_LT(offOfDate, 1.0) << c.star << " of date";
+    // East of Greenwich a star stands that much farther west (the round trip
+    // above cancels a longitude taken the wrong way).
+    const auto atGreenwich = Observe(*FindStar(c.star), {site.latitude, 0.0, 0.0}, when);
+    EXPECT_NEAR(NormalizeAngle(place->hourAngle - atGreenwich->hourAngle), site.longitude,
+                ARCSEC)
+        << c.star;
   }
 }
 
