@@ -2,17 +2,19 @@
 // way a careless host might make them: both simulators, connects and
 // disconnects mixed in, motions started and stopped while others run, and
 // hostile arguments (NaN, infinities, huge angles, axes past 1, null
-// pointers) among ordinary ones. Every call must return, and the library
-// must still work at the end.
+// pointers) among ordinary ones. Every call must return, none waiting out
+// a worker's time-out, and the library must still work at the end.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <limits>
 #include <random>
 #include <string>
 
 #include "geometry/simulator_session.h"
+#include "mount/tracking_workers.h"
 
 namespace scopemount::testing {
 namespace {
@@ -34,9 +36,18 @@ class Caller {
  public:
   explicit Caller(uint32_t seed) : random_(seed) {}
 
-  // One call chosen at random.
-  void CallOne() {
-    switch (Pick(24)) {
+  // The kinds of call CallOne picks from, by number.
+  static constexpr const char* KINDS[] = {
+      "Connect",   "Disconnect",   "SetSite",       "GotoEquatorial",  "GotoHorizontal",
+      "GotoAxes",  "GotoOffset",   "MoveAxis",      "StopAxis",        "SlewAxis",
+      "SetTracking", "SetTrackingRate", "SetBacklash", "SetGuideRate", "SetAltitudeLimits",
+      "SyncAxis",  "SyncHome",     "SetSlewParameters", "Align",       "Rate",
+      "AlignmentData", "Positions", "Status",       "Settings"};
+
+  // One call chosen at random; returns its kind.
+  uint32_t CallOne() {
+    const uint32_t kind = Pick(std::size(KINDS));
+    switch (kind) {
       case 0: ScopeConnect(Model(), Number(HALF_PI), Number(9000)); break;
       case 1: if (Pick(6) == 0) ScopeDisconnect(); break;
       case 2: ScopeSetSite(Number(HALF_PI), Number(9000)); break;
@@ -64,6 +75,7 @@ class Caller {
       case 22: Status(); break;
       default: Settings(); break;
     }
+    return kind;
   }
 
  private:
@@ -153,15 +165,31 @@ void ExpectUsable(int32_t model) {
 }
 
 TEST(RandomCalls, EveryCallReturnsAndTheLibraryStaysUsable) {
+  uint32_t slowestMs = 0;
+  std::string slowest = "none";
   for (const uint32_t seed : SEEDS) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     ScopedFastClock clock(CLOCK_SPEED);
     ScopeSetComPort(2);
     Caller caller(seed);
-    for (int i = 0; i < CALLS_PER_SEED; ++i) caller.CallOne();
+    for (int i = 0; i < CALLS_PER_SEED; ++i) {
+      const uint32_t start = Tick();
+      const uint32_t kind = caller.CallOne();
+      const uint32_t tookMs = Tick() - start;
+      if (tookMs > slowestMs) {
+        slowestMs = tookMs;
+        slowest = std::string(Caller::KINDS[kind]) + " (seed " + std::to_string(seed) + ")";
+      }
+    }
     ExpectUsable(seed % 2 == 0 ? SCOPE_MODEL_EQUATORIAL_SIMULATOR : SCOPE_MODEL_ALTAZ_SIMULATOR);
     ScopeSetComPort(2);
   }
+  // Test-clock time: a stall of the whole process lengthens it too, so the
+  // bound is the halt's own time-out, which a call waiting on a worker that
+  // never answers would reach.
+  std::printf("slowest call: %s, %u ms of test clock\n", slowest.c_str(), slowestMs);
+  RecordProperty("slowest_call_ms", static_cast<int>(slowestMs));
+  EXPECT_LT(slowestMs, TRACKING_HALT_WAIT_MS) << slowest << " waited out the tracking halt";
 }
 
 }  // namespace
