@@ -128,23 +128,6 @@ TEST_P(BothSimulators, StandAtHomeAndRefuseTargetsBeyondTheAltitudeLimits) {
   EXPECT_EQ(CurrentMount()->References(), 1u) << "no worker was started";
 }
 
-// The first GOTO's worker may start only after the second's holds the axes:
-// it must leave them to the newer request, not interrupt it and drop both.
-TEST_P(BothSimulators, AGotoIssuedAtOnceAfterAnotherArrivesAtItsTarget) {
-  SimulatorSession session(GetParam(), 0.6, SLEW_SPEED_UP);
-  const AnglePair replaced{-4 * HOUR, -5 * DEG};
-  const AnglePair target{-2 * HOUR, 20 * DEG};
-  for (int round = 0; round < 3; ++round) {
-    ASSERT_EQ(ScopeGotoEquatorial(replaced.lon, replaced.lat), SCOPE_OK);
-    const uint32_t requested = Tick();
-    ASSERT_EQ(ScopeGotoEquatorial(target.lon, target.lat), SCOPE_OK);
-    ASSERT_TRUE(WaitForTracking()) << "round " << round << ": the second GOTO was dropped";
-    // At the second target (the arrival's precision is the other tests'
-    // business), not at the first or where it stood.
-    EXPECT_LE(TrackedError(ReadSky(), target, requested), 1 * DEG) << "round " << round;
-  }
-}
-
 TEST_P(BothSimulators, HorizontalAxesAndOffsetGotos) {
   const int32_t model = GetParam();
   SimulatorSession session(model, 0.6, SLEW_SPEED_UP);
