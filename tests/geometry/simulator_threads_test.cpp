@@ -276,33 +276,6 @@ TEST(AltAzSimulator, ManualMotionHaltsTrackingWhichResumesWhenBothAxesStop) {
   EXPECT_EQ(AxisPositions().lon, still.lon) << "stopping tracking stops both motors";
 }
 
-TEST(AltAzSimulator, AGotoRightAfterATrackingStartCancelsTheStart) {
-  // The tracking starter may not have run when the GOTO halts tracking; it
-  // must then give up instead of starting a loop behind the slew's back.
-  // A slow test clock: the halt's 3000 ms wait must stay long enough in wall
-  // time for a loaded, sanitised run to end a loop that did start.
-  SimulatorSession session(SCOPE_MODEL_ALTAZ_SIMULATOR, 0.6, 30.0);
-  AltAzMount& altaz = dynamic_cast<AltAzMount&>(*CurrentMount());
-  for (int round = 0; round < 20; ++round) {
-    SCOPED_TRACE(round);
-    ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
-    // Both axes move every round, so a loop cycle that ran before the halt
-    // is overridden by the slew; only a loop started behind it leaves rates.
-    const double step = (round % 2 == 0 ? 5 : 10) * DEG;
-    ASSERT_EQ(ScopeGotoAxes(step, 20 * DEG + step), SCOPE_OK);
-    ASSERT_TRUE(WaitForWorkers()) << "no loop outlives the GOTO";
-    EXPECT_FALSE(altaz.IsTrackingLoopRunning());
-    EXPECT_EQ(MountState(), SCOPE_STATE_IDLE);
-    EXPECT_EQ(AxisStatus(0), SCOPE_AXIS_STOPPED);
-    EXPECT_EQ(AxisStatus(1), SCOPE_AXIS_STOPPED);
-  }
-  // Polling the state while tracking starts never cancels it.
-  ASSERT_EQ(ScopeSetTracking(1), SCOPE_OK);
-  for (int poll = 0; poll < 2000 && !altaz.IsTrackingLoopRunning(); ++poll) MountState();
-  ASSERT_TRUE(WaitForTracking());
-  EXPECT_TRUE(altaz.IsTrackingLoopRunning());
-}
-
 // --- Alignment and disconnecting ------------------------------------------------
 
 // The one alignment that starts tracking, end to end: the encoders read
