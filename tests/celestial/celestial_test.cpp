@@ -48,22 +48,6 @@ Matrix3 Rows(std::initializer_list<std::initializer_list<double>> rows) {
   return m;
 }
 
-TEST(Matrix3, RowOperationsProductAndTransform) {
-  EXPECT_EQ(Matrix3(-1.0), Rows({{-1, 0, 0}, {0, -1, 0}, {0, 0, -1}}));
-  Matrix3 m(0.0);
-  m.SetColumn(1, 1, 2, 3);
-  m.SwapRows(0, 2);
-  m.ScaleRow(0, 2.0);
-  EXPECT_EQ(m, Rows({{0, 6, 0}, {0, 2, 0}, {0, 1, 0}}));
-  Matrix3 product = Rows({{1, 2, 0}, {0, 1, 0}, {0, 0, 1}});
-  product.MultiplyInPlace(Rows({{1, 0, 0}, {3, 1, 0}, {0, 0, 2}}));
-  EXPECT_EQ(product, Rows({{7, 2, 0}, {3, 1, 0}, {0, 0, 2}})) << "this times the argument";
-  const Vector3 v = Rows({{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}).Transform({1, 0, -1});
-  EXPECT_EQ(v.x, -2);
-  EXPECT_EQ(v.y, -2);
-  EXPECT_EQ(v.z, -2);
-}
-
 TEST(Matrix3, InvertSucceedsOrLeavesTheMatrixAlone) {
   // Pivots found only by a row swap, in the first column and in the second.
   for (const Matrix3& swap : {Rows({{0, 1, 0}, {1, 0, 0}, {0, 0, 1}}),

