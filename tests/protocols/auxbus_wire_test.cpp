@@ -90,13 +90,15 @@ const Action NOTHING = [](AuxBusMount&) { return int32_t{Ok}; };
 
 TEST(AuxBusWire, CommandsGoOutByteForByte) {
   const double threeDegrees = 1.5 * AUX_APPROACH_MARGIN;
+  // Versions, plain approach, both direction settings cleared, positions.
+  const std::string opening =
+      "3B 03 32 10 FE BD 3B 03 32 11 FE BC 3B 04 32 10 FD 00 BD 3B 04 32 11 FD 00 BC "
+      "3B 04 32 10 10 00 AA 3B 04 32 10 11 00 A9 3B 04 32 11 10 00 A9 3B 04 32 11 11 00 A8 "
+      "3B 03 32 10 01 BA 3B 03 32 11 01 B9";
   const CommandCase cases[] = {
       {"sidereal rate", false, NOTHING, {},
        [](AuxBusMount& m) { return m.SetAxisRate(0, 7.292115845221407e-05); },
        "3B 06 32 10 06 00 3C 00 76"},
-      {"negative sidereal rate", false, NOTHING, {},
-       [](AuxBusMount& m) { return m.SetAxisRate(0, -7.292115845221407e-05); },
-       "3B 06 32 10 07 00 3C 00 75"},
       {"backlash take-up: 32 sidereal", false, NOTHING, {},
        [](AuxBusMount& m) { return m.SetAxisRate(0, -m.backlashRate); },
        "3B 06 32 10 07 07 85 00 25"},
@@ -120,10 +122,10 @@ TEST(AuxBusWire, CommandsGoOutByteForByte) {
        [](AuxBusMount& m) { return m.SlewAxisTo(0, 0.0); },
        "3B 03 32 10 01 BA 3B 04 32 10 FD 01 BC 3B 06 32 10 02 00 00 00 B6"},
       {"slew of exactly 1.5 margins is slow", false, NOTHING, {AT_ZERO},
-       [=](AuxBusMount& m) { return m.SlewAxisTo(0, threeDegrees); },
+       [threeDegrees](AuxBusMount& m) { return m.SlewAxisTo(0, threeDegrees); },
        "3B 03 32 10 01 BA 3B 04 32 10 FD 00 BD 3B 06 32 10 17 02 22 22 5B"},
       {"slew just over 1.5 margins is fast", false, NOTHING, {AT_ZERO},
-       [=](AuxBusMount& m) { return m.SlewAxisTo(0, threeDegrees * (1 + 1e-9)); },
+       [threeDegrees](AuxBusMount& m) { return m.SlewAxisTo(0, threeDegrees * (1 + 1e-9)); },
        "3B 03 32 10 01 BA 3B 04 32 10 FD 00 BD 3B 06 32 10 02 02 22 22 70"},
       {"status of a standing axis sends nothing", false, NOTHING, {},
        [](AuxBusMount& m) { return m.ReadAxisStatus(0); }, ""},
@@ -141,16 +143,10 @@ TEST(AuxBusWire, CommandsGoOutByteForByte) {
        "3B 06 32 10 04 40 00 00 74"},
       {"Alt/Az opening", false, NOTHING, {},
        [](AuxBusMount& m) { return m.OpenMount(); },
-       "3B 03 32 10 FE BD 3B 03 32 11 FE BC "
-       "3B 04 32 10 FD 00 BD 3B 04 32 11 FD 00 BC 3B 04 32 10 10 00 AA 3B 04 32 10 11 00 A9 "
-       "3B 04 32 11 10 00 A9 3B 04 32 11 11 00 A8 3B 03 32 10 01 BA 3B 03 32 11 01 B9 "
-       "3B 06 32 10 06 00 00 00 B2 3B 06 32 11 06 00 00 00 B1 "
-       "3B 03 32 10 01 BA 3B 03 32 11 01 B9"},
+       opening + " 3B 06 32 10 06 00 00 00 B2 3B 06 32 11 06 00 00 00 B1 " +
+           "3B 03 32 10 01 BA 3B 03 32 11 01 B9"},
       {"equatorial opening leaves the motors alone", true, NOTHING, {},
-       [](AuxBusMount& m) { return m.OpenMount(); },
-       "3B 03 32 10 FE BD 3B 03 32 11 FE BC "
-       "3B 04 32 10 FD 00 BD 3B 04 32 11 FD 00 BC 3B 04 32 10 10 00 AA 3B 04 32 10 11 00 A9 "
-       "3B 04 32 11 10 00 A9 3B 04 32 11 11 00 A8 3B 03 32 10 01 BA 3B 03 32 11 01 B9"},
+       [](AuxBusMount& m) { return m.OpenMount(); }, opening},
   };
   for (const CommandCase& c : cases) {
     SCOPED_TRACE(c.what);
@@ -180,7 +176,6 @@ TEST(AuxBusWire, EveryFormOfReplyIsReadOrRefused) {
       {"+90", false, 0, AT_PLUS_90, Ok, HALF_PI},
       {"80 00 00 is -pi", false, 0, "3B 06 10 32 01 80 00 00 37", Ok, -PI},
       {"7F FF FF is just under pi", false, 0, "3B 06 10 32 01 7F FF FF 3A", Ok, PI - ONE_COUNT},
-      {"00 00 01 is one count", false, 1, "3B 06 11 32 01 00 00 01 B5", Ok, ONE_COUNT},
       {"bad checksum is accepted", false, 0, "3B 06 10 32 01 40 00 00 00", Ok, HALF_PI},
       {"wrong sender is accepted", false, 0, "3B 06 11 32 01 40 00 00 76", Ok, HALF_PI},
       {"noise before the start", false, 0, "00 FF 12 80 " + AT_PLUS_90, Ok, HALF_PI},

@@ -117,9 +117,7 @@ TEST(MotorControllerWire, PositionRepliesInEveryForm) {
        PositionIs(0, 0.0)},
       {"count 0 is -0x800000 counts", false, {{"j2", {"=000000\r"}}}, ReadPosition(1), ":j2\r",
        Ok, PositionIs(1, -0x800000 * RADIANS_PER_COUNT)},
-      {"the echo of the command comes first", false, {{"j1", {":j1\r" + AT_ZERO}}},
-       ReadPosition(0), ":j1\r", Ok, PositionIs(0, 0.0)},
-      {"noise before the start character", false, {{"j1", {"x\x01?" + AT_ZERO}}},
+      {"the echo and noise come first", false, {{"j1", {":j1\rx\x01?" + AT_ZERO}}},
        ReadPosition(0), ":j1\r", Ok, PositionIs(0, 0.0)},
       {"refused", false, {{"j1", {"!\r"}}}, ReadPosition(0), ":j1\r", InvalidParameter},
       {"lower-case digit", false, {{"j1", {"=00a080\r"}}}, ReadPosition(0), ":j1\r",
@@ -152,7 +150,6 @@ TEST(MotorControllerWire, StatusDigits) {
        StatusIs(0, AXIS_SLEWING | AXIS_POSITIVE | AXIS_NOT_INITIALISED)},
       {"too few digits", false, {{"f1", {"=1\r"}}}, ReadStatus(0), ":f1\r", InvalidParameter,
        StatusIs(0, AXIS_STOPPED)},
-      {"refused", false, {{"f2", {"!\r"}}}, ReadStatus(1), ":f2\r", InvalidParameter},
       {"no reply", false, {{"f2", {SILENCE}}}, ReadStatus(1), ":f2\r", NoResponseAxis2},
   });
 }
@@ -211,9 +208,6 @@ TEST(MotorControllerWire, RateCommands) {
        Rate(0, SIDEREAL_RATE), ":f1\r:I1D41000\r:J1\r", Ok},
       {"reversal stops and waits first", false, {{"f1", {"=111\r", "=111\r", "=101\r"}}},
        Rate(0, -SIDEREAL_RATE), ":f1\r:K1\r:f1\r:f1\r:G111\r:I1D41000\r:J1\r", Ok},
-      {"southern site sets the direction's bit 1", true, standing, Rate(0, -SIDEREAL_RATE),
-       ":f1\r:G113\r:I1D41000\r:J1\r", Ok, nullptr,
-       [](MotorControllerMount& m) { m.southernHemisphere = 1; }},
       {"status unread", false, {{"f1", {SILENCE}}}, Rate(0, SIDEREAL_RATE), ":f1\r",
        NoResponseAxis1},
   });
@@ -295,9 +289,6 @@ TEST(MotorControllerWire, OpeningSequence) {
        }},
       {"failed F ends the Alt/Az opening", false, With(EXAMPLE_CONTROLLER, "F1", {SILENCE}), open,
        ":" + constants + ":s1\r:s2\r:j1\r:j2\r:F1\r", NoResponseAxis1},
-      {"equatorial with initialised axes", true, EXAMPLE_CONTROLLER, open,
-       ":" + constants + ":s1\r:s2\r:j1\r:j2\r:f1\r:f2\r:F1\r:F2\r", Ok,
-       [](MotorControllerMount& m) { EXPECT_EQ(m.southernHemisphere, 0u); }},
       {"equatorial on a southern site", true, EXAMPLE_CONTROLLER, open,
        ":" + constants + ":s1\r:s2\r:j1\r:j2\r:f1\r:f2\r:F1\r:F2\r", Ok,
        [](MotorControllerMount& m) { EXPECT_EQ(m.southernHemisphere, 1u); },
@@ -306,7 +297,8 @@ TEST(MotorControllerWire, OpeningSequence) {
        With(With(EXAMPLE_CONTROLLER, "f1", {"=000\r"}), "f2", {"=000\r"}), open,
        ":" + constants + ":s1\r:s2\r:j1\r:j2\r:f1\r:E1000080\r:f2\r:E290D083\r:F1\r:F2\r", Ok},
       {"equatorial ignores a failed F", true, With(EXAMPLE_CONTROLLER, "F1", {SILENCE}), open,
-       ":" + constants + ":s1\r:s2\r:j1\r:j2\r:f1\r:f2\r:F1\r:F2\r", Ok},
+       ":" + constants + ":s1\r:s2\r:j1\r:j2\r:f1\r:f2\r:F1\r:F2\r", Ok,
+       [](MotorControllerMount& m) { EXPECT_EQ(m.southernHemisphere, 0u); }},
   };
   RunCases(cases, true);
 }

@@ -29,7 +29,6 @@ class SerialPtyTest : public ::testing::Test {
     ASSERT_TRUE(selected_->bound());
   }
 
-  // The real pace: a dead line must answer well inside a read time-out.
   ScopedFastClock clock_{1.0};
   LibraryClock libraryClock_;
   DemoController model_;
@@ -38,7 +37,10 @@ class SerialPtyTest : public ::testing::Test {
   std::unique_ptr<SelectedPort> selected_;
 };
 
-TEST_F(SerialPtyTest, ExchangesRunOverAPseudoTerminalAndDropLeftOvers) {
+// Rates set, left-overs of a reply dropped, modem lines that read low, and
+// a silent controller that costs the read time-out: the real pace, as a
+// dead line must answer well inside it.
+TEST_F(SerialPtyTest, ExchangesRunOverAPseudoTerminal) {
   ProbePort port;
   ASSERT_TRUE(port.IsOpen());
   EXPECT_TRUE(port.SetBaudRate(19200));
@@ -49,25 +51,18 @@ TEST_F(SerialPtyTest, ExchangesRunOverAPseudoTerminalAndDropLeftOvers) {
   EXPECT_EQ(port.Reply(3), "OK\n") << "the rest of the last reply was dropped first";
   const std::vector<uint8_t> wire = line_.TakeHostBytes();
   EXPECT_EQ(std::string(wire.begin(), wire.end()), "POS 0\nGOTO 1 -2000\n");
-}
 
-TEST_F(SerialPtyTest, APseudoTerminalHasNoModemLines) {
-  ProbePort port;
   port.SetRts();
-  EXPECT_FALSE(port.IsCtsHigh()) << "CTS reads low";
+  EXPECT_FALSE(port.IsCtsHigh()) << "no modem lines: CTS reads low";
   port.ClearRts();
   EXPECT_EQ(port.CheckLine(), 0u) << "RTS does not come back";
-  EXPECT_EQ(port.Ask("POS 0\n", 4), EXCHANGE_OK) << "and the line still works";
-}
 
-TEST_F(SerialPtyTest, ASilentControllerCostsTheReadTimeOut) {
-  ProbePort port;
   line_.SetFaults(LineFaults{.silent = true});
   const uint64_t start = platform::ActiveClock().NowMs();
   EXPECT_EQ(port.Ask("POS 0\n", 10), PROBE_SHORT_REPLY);
   EXPECT_GE(platform::ActiveClock().NowMs() - start, 520u);
   line_.SetFaults(LineFaults{});
-  EXPECT_EQ(port.Ask("POS 0\n", 4), EXCHANGE_OK);
+  EXPECT_EQ(port.Ask("POS 0\n", 4), EXCHANGE_OK) << "and the line still works";
 }
 
 TEST_F(SerialPtyTest, ALineWhoseFarEndWentAwayFailsAtOnce) {

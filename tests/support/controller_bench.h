@@ -1,20 +1,14 @@
-// A session against an emulated controller, the way an application has one:
-// the controller on the in-process bench (every port the library opens is
-// its line), a fast test clock, and a disconnect at the end that lets no
-// worker outlive the bench.
+// The end of a session against an emulated controller or a simulator: a
+// disconnect that lets no worker outlive the bench or the test clock.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdint>
-#include <memory>
-#include <utility>
 
 #include "interface/current_mount.h"
 #include "mount/mount.h"
 #include "scopemount.h"
-#include "support/emulated_port.h"
 #include "support/fast_clock.h"
 
 namespace scopemount::testing {
@@ -36,29 +30,5 @@ inline std::chrono::steady_clock::duration DisconnectOnceWorkersEnd() {
   }
   return took;
 }
-
-// `controller` on the bench, on a clock `speed` times faster than the wall.
-class ControllerBench {
- public:
-  ControllerBench(double speed, std::unique_ptr<emulation::ControllerModel> controller)
-      : clock_(speed), port_(std::move(controller)) {
-    DisconnectOnceWorkersEnd();
-  }
-  // Before the port and then the clock go.
-  ~ControllerBench() { DisconnectOnceWorkersEnd(); }
-
-  int32_t Connect(int32_t model, double latitude = 0.6) {
-    return ScopeConnect(model, latitude, 100.0);
-  }
-  template <typename Controller>
-  Controller& controller() {
-    return static_cast<Controller&>(port_.model());
-  }
-  emulation::EmulatedLine& line() { return port_.line(); }
-
- private:
-  ScopedFastClock clock_;
-  EmulatedPort port_;
-};
 
 }  // namespace scopemount::testing
