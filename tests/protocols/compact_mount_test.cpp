@@ -119,11 +119,22 @@ TEST_P(CompactWireTest, CommandsPutTheirExactBytesOnTheLine) {
        Cat({{24}, size.countOfOne})},
       {"load negative altitude", [](CompactMount& m) { return m.SetAxisPosition(1, -0.5); },
        Cat({{24}, size.countOfOffset})},
-      {"declare azimuth reads only", [](CompactMount& m) { return m.SetAxisPosition(0, 1.0); },
+      // Declared 1.0 beyond where the board counts: the offset is 1.0, so a
+      // GOTO to 0.5 goes to the count of -0.5.
+      {"declare azimuth reads only",
+       [&](CompactMount& m) {
+         NextReading({1, 2, 3});
+         return m.SetAxisPosition(0, 1.0 + size.angleOf123);
+       },
        {1}},
       {"goto under a declared azimuth", [](CompactMount& m) { return m.SlewAxisTo(0, 0.5); },
        Cat({{2}, size.countOfOffset})},
-      {"declare azimuth -3", [](CompactMount& m) { return m.SetAxisPosition(0, -3.0); }, {1}},
+      {"declare azimuth -3",
+       [&](CompactMount& m) {
+         NextReading({0, 0, 0});
+         return m.SetAxisPosition(0, -3.0);
+       },
+       {1}},
       {"goto -pi past the offset's turn", [](CompactMount& m) { return m.SlewAxisTo(0, -PI); },
        Cat({{2}, size.countOfAcross})},
       {"open", [](CompactMount& m) { return m.OpenMount(); },
