@@ -167,6 +167,8 @@ TEST_F(Tracking, UnalignedAltAzLoopTakesUpOnceThenSetsTheSkyRatesEveryTenSeconds
   ASSERT_TRUE(WaitUntil([&] { return mount->workerStarts == started + 2; }))
       << "a new starter and a new loop";
   EXPECT_TRUE(mount->IsTrackingLoopRunning());
+  mount->StopWorkersForRelease();
+  EXPECT_FALSE(mount->IsTrackingLoopRunning()) << "a release ends the loop, not its next cycle";
 }
 
 // The aligned loop aims thirty seconds ahead and holds the star; a push
