@@ -191,7 +191,11 @@ TEST(MotorControllerWire, RateCommands) {
   auto previousRate = [](MotorControllerMount& m) { m.axisRate[0] = 0.5; };
   RunCases({
       {"sidereal from standing", false, standing, Rate(0, SIDEREAL_RATE),
-       ":f1\r:G110\r:I1D41000\r:J1\r", Ok, RateIs(0, SIDEREAL_RATE)},
+       ":f1\r:G110\r:I1D41000\r:J1\r", Ok,
+       [](MotorControllerMount& m) {
+         EXPECT_DOUBLE_EQ(m.axisRate[0], SIDEREAL_RATE);
+         EXPECT_EQ(m.axisDirection[0], 1u) << "a later reversal takes up backlash";
+       }},
       {"200 x sidereal in high-speed mode", false, standing, Rate(0, 200 * SIDEREAL_RATE),
        ":f1\r:G130\r:I1580100\r:J1\r", Ok},
       {"5 degrees/s backwards runs at 3.4", false, standing, Rate(0, -5 * DEG),
