@@ -252,8 +252,8 @@ TEST_F(Tracking, AltAzFailedReadsAndRatesSkipOnlyTheirCycle) {
   }
 }
 
-// Tracking turned off while the starter anchors (it has already counted
-// itself run, the loop does not exist yet) stays off.
+// Tracking turned off while the starter anchors, before its loop exists,
+// stays off.
 TEST_F(Tracking, AltAzTrackingTurnedOffWhileItsStarterAnchorsStaysOff) {
   Make(Geometry::AltAz, 100.0);
   mount->HoldPositionReads(true);
