@@ -137,7 +137,7 @@ TEST_F(MotionWorkers, StopAxisDuringGotoStopsBothAxesAndNoTracking) {
       EXPECT_EQ(mount->trackingWanted, 0u);
       EXPECT_EQ(mount->axisStatus[0] | mount->axisStatus[1], AXIS_STOPPED);
       ASSERT_TRUE(WaitUntil([this] { return mount->References() == 1; }));
-      EXPECT_TRUE(mount->Commands(Command::SetRate, 0).empty()) << "tracking never started";
+      EXPECT_TRUE(Rates(0).empty()) << "tracking never started";
     }
   }
 }
@@ -365,8 +365,8 @@ TEST_F(RequestHandOver, TakeUpEndsAtOnceWhenANewerRequestComes) {
     Make(c.kind == TakeUp::AltAzLoop ? Geometry::AltAz : Geometry::Equatorial,
          TAKE_UP_CLOCK_SPEED);
     StartReversal(*mount, c.kind);
-    ASSERT_TRUE(WaitUntil([&] { return !mount->Commands(Command::SetRate, 0).empty(); }));
-    const CommandRecord takeUp = mount->Commands(Command::SetRate, 0).front();
+    ASSERT_TRUE(WaitForRates(0, 1));
+    const CommandRecord takeUp = Rates(0).front();
     ASSERT_EQ(std::fabs(takeUp.value), mount->backlashRate) << "the first rate is the take-up";
     const uint32_t deadline = takeUp.tick + mount->backlashTime[0];
     if (c.turnTrackingOff) {
