@@ -136,7 +136,7 @@ TEST_F(MotionWorkers, StopAxisDuringGotoStopsBothAxesAndNoTracking) {
       EXPECT_EQ(MountStatus(*mount), STATE_IDLE);
       EXPECT_EQ(mount->trackingWanted, 0u);
       EXPECT_EQ(mount->axisStatus[0] | mount->axisStatus[1], AXIS_STOPPED);
-      ASSERT_TRUE(WaitUntil([this] { return mount->References() == 1; }));
+      ASSERT_TRUE(WaitUntil([this] { return WorkersGone(); }));
       EXPECT_TRUE(Rates(0).empty()) << "tracking never started";
     }
   }
@@ -170,7 +170,7 @@ TEST_F(MotionWorkers, FailureEndsTheSlewLeavingTheAxesAsCommanded) {
       ASSERT_TRUE(WaitUntil([this] { return SlewTo(1); }));
       mount->SetSilent(c.silentAxis, true);
     }
-    ASSERT_TRUE(WaitUntil([this] { return mount->SlewFinished() && mount->References() == 1; }))
+    ASSERT_TRUE(WaitUntil([this] { return mount->SlewFinished() && WorkersGone(); }))
         << "the worker gives up by itself";
     EXPECT_EQ(SlewTo(1), c.axis1Sent);
     if (!c.silentMidPass) {
@@ -272,7 +272,7 @@ TEST_F(MotionWorkers, ManualMotionTakesUpBacklashOnlyWhenItMatters) {
     mount->backlashTime[0] = c.backlashMs;
     mount->axisDirection[0] = 1;
     ASSERT_EQ(mount->MoveAxis(0, c.rate), Ok);
-    ASSERT_TRUE(WaitUntil([&] { return mount->References() == 1; }));
+    ASSERT_TRUE(WaitUntil([this] { return WorkersGone(); }));
     const std::vector<CommandRecord> commands = mount->Commands();
     ASSERT_EQ(commands.size(), c.takesUp ? 3u : 1u);
     if (c.takesUp) {
